@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the library into a scratch prefix, builds the C program in this
+# folder against it through pkg-config alone, and runs it.
+#   run_capi_test.sh BUILD_DIR C_COMPILER SANITIZE(ON|OFF)
+set -euo pipefail
+build=$1 cc=$2 sanitize=${3:-OFF}
+here=$(cd "$(dirname "$0")" && pwd)
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+pcdir=$(dirname "$(find "$prefix" -name vorlan.pc | head -n 1)")
+export PKG_CONFIG_PATH=$pcdir
+
+extra=()
+case "$sanitize" in
+  ON|on|1|TRUE|true)
+    extra=(-fsanitize=address,undefined)
+    "$cc" --version | grep -q clang && extra+=(-fsanitize-link-c++-runtime -lstdc++)
+    ;;
+esac
+
+# shellcheck disable=SC2046
+"$cc" -std=c11 -Wall -Wextra -Werror -pedantic "$here/capi_test.c" \
+  $(pkg-config --cflags --libs vorlan) "${extra[@]}" -o "$prefix/capi_test"
+
+export LD_LIBRARY_PATH="$(pkg-config --variable=libdir vorlan)"
+export VORLAN="$(pkg-config --variable=datadir vorlan)"
+"$prefix/capi_test"
