@@ -179,13 +179,11 @@ void *thread_start(void *p)
     vln_thread_id me = {self != nullptr ? self->handle : 0, kernel_tid()};
     vln_thread_func function = start->function;
     void *argument = start->argument;
-    if (start->id != nullptr) {
-        vln_mutex_begin(&csect);
-        if (is_null(*start->id)) *start->id = me;
-        vln_mutex_end(&csect);
-    }
     {
+        // The id is filled under the registry's lock rather than csect: the
+        // spawner waits for us, and may itself be holding csect.
         RegistryLock guard;
+        if (start->id != nullptr && is_null(*start->id)) *start->id = me;
         start->filled = me;
         start->taken = true;
         pthread_cond_broadcast(&registry().started);

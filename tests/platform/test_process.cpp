@@ -35,14 +35,15 @@ int open_fd_count()
 
 // Runs the test child with the given arguments, its output on a pipe; returns
 // the output and sets the exit code that VLN_waitpid reports.
-std::string run_child(const std::vector<std::string> &args, int *code, int *err_fd = nullptr)
+std::string run_child(const std::vector<std::string> &args, int *code)
 {
     std::vector<char *> argv = {const_cast<char *>(child)};
     for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
     int pid = -1, out = -1;
     char text[512] = "";
-    EXPECT_EQ(vln_forkexecvp(&pid, text, sizeof text, nullptr, &out, err_fd, child, argv.data()), 0)
+    EXPECT_EQ(vln_forkexecvp(&pid, text, sizeof text, nullptr, &out, nullptr, child, argv.data()),
+              0)
         << text;
     std::string output = read_all(out);
     close(out);
@@ -77,14 +78,6 @@ TEST_F(ChildTest, WaitReportsHowTheChildEnded)
         run_child(c.args, &code);
         EXPECT_EQ(code, c.code) << c.args[0];
     }
-}
-
-TEST_F(ChildTest, FatalWritesItsMessageToStandardError)
-{
-    int err = -1, code = -1;
-    run_child({"fatal", "no way"}, &code, &err);
-    EXPECT_EQ(read_all(err), "FATAL: no way\n");
-    close(err);
 }
 
 TEST_F(ChildTest, WaitTimesOutOnARunningChildAndKillEndsIt)

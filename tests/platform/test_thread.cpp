@@ -26,7 +26,7 @@ int thread_count()
 }
 
 class ThreadTest : public ::testing::Test {
-  protected:
+   protected:
     void SetUp() override
     {
         vln_thread_init();
@@ -76,7 +76,9 @@ TEST_F(ThreadTest, SpawnFillsTheIdOfTheNewThread)
 {
     Probe probe;
     vln_thread_id id = {77, 77};  // a stale id is replaced
+    vln_mutex_begin(&csect);      // a caller may hold csect while it spawns
     ASSERT_EQ(vln_thread_spawn(&id, 0, probe_body, &probe), 2);
+    vln_mutex_end(&csect);
     ASSERT_TRUE(eventually([&] { return probe.unwound.load(); }));
     EXPECT_EQ(id.tid, probe.tid.load());
     EXPECT_NE(id.handle, 0u);
@@ -150,7 +152,8 @@ TEST_F(ThreadTest, KillEndsAParkedThreadAndThenNothingFindsIt)
     EXPECT_NE(err.text().find("Suspend Thread failed"), std::string::npos);
 }
 
-/* ---------------------------------------------------------------- thread-local data, sleeps, signals */
+/* ---------------------------------------------------------------- thread-local data, sleeps,
+ * signals */
 
 struct TlsJob {
     int key;
@@ -319,7 +322,10 @@ TEST_F(PoolTest, DestroyWhileBusyQuitsAfterTheJob)
 
 /* ---------------------------------------------------------------- reapers */
 
-void count_reap(void *argument) { ++*static_cast<std::atomic<int> *>(argument); }
+void count_reap(void *argument)
+{
+    ++*static_cast<std::atomic<int> *>(argument);
+}
 
 TEST_F(PoolTest, ReapersRunUntilDeleted)
 {

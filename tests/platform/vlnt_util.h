@@ -28,7 +28,7 @@ bool eventually(F done)
 
 // Redirects the library's standard error into a temporary file.
 class StderrCapture {
-  public:
+   public:
     StderrCapture() : file_(tmpfile()) { vln_SetStdErr(file_); }
     ~StderrCapture()
     {
@@ -46,7 +46,7 @@ class StderrCapture {
     StderrCapture(const StderrCapture &) = delete;
     StderrCapture &operator=(const StderrCapture &) = delete;
 
-  private:
+   private:
     FILE *file_;
 };
 

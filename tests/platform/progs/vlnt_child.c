@@ -6,7 +6,6 @@
  *   signal N         end by signal N
  *   args ...         print the argument count, then every argument on a line
  *   cat              copy standard input to standard output
- *   stderr TEXT      write TEXT to standard error
  *   fds              print the open descriptors above 2, one per line
  *   pgid             print "PGID PID"
  *   sleep N          sleep N seconds
@@ -132,10 +131,6 @@ int main(int argc, char **argv)
         ssize_t n;
         while ((n = read(0, buffer, sizeof buffer)) > 0)
             if (write(1, buffer, (size_t)n) != n) return 4;
-        return 0;
-    }
-    if (strcmp(mode, "stderr") == 0) {
-        fputs(arg, stderr);
         return 0;
     }
     if (strcmp(mode, "fds") == 0) {
