@@ -267,6 +267,40 @@ void append_to_error_text(const char *text)
     vln_mutex_end(&csect);
 }
 
+// Formats a caller's message into a new string stored through `out`.
+void construct_from_args(char **out, const char *format, va_list args, bool with_system_error)
+{
+    int saved_errno = errno;
+    char buffer[2048];
+    buffer[0] = '\0';
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    if (format != nullptr) vsnprintf(buffer, sizeof buffer, format, args);
+#pragma GCC diagnostic pop
+    if (with_system_error) {
+        errno = saved_errno;
+        append_system_error(buffer, sizeof buffer);
+    }
+    if (out != nullptr) *out = strsave(buffer);
+}
+
+// Sets up the error of a table row, with the last system error after it when
+// `with_system_error` is set.
+void setup_row(int code, va_list args, bool with_system_error)
+{
+    int saved_errno = errno;
+    vln_mutex_begin(&csect);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    setup_locked(code, row_format(code), args);
+#pragma GCC diagnostic pop
+    if (with_system_error) {
+        errno = saved_errno;
+        append_system_error(error_buffer, VLD_ERRBUF_SIZE);
+    }
+    vln_mutex_end(&csect);
+}
+
 }  // namespace
 
 char vld_last_diagnostic[VLD_DIAGNOSTIC_SIZE];
@@ -275,29 +309,16 @@ int VLD_setup_error(int code, ...)
 {
     va_list args;
     va_start(args, code);
-    vln_mutex_begin(&csect);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    setup_locked(code, row_format(code), args);
-#pragma GCC diagnostic pop
-    vln_mutex_end(&csect);
+    setup_row(code, args, false);
     va_end(args);
     return code;
 }
 
 int VLD_setup_system_error(int code, ...)
 {
-    int saved_errno = errno;
     va_list args;
     va_start(args, code);
-    vln_mutex_begin(&csect);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    setup_locked(code, row_format(code), args);
-#pragma GCC diagnostic pop
-    errno = saved_errno;
-    append_system_error(error_buffer, VLD_ERRBUF_SIZE);
-    vln_mutex_end(&csect);
+    setup_row(code, args, true);
     va_end(args);
     return code;
 }
@@ -337,28 +358,19 @@ int VLD_error_vprintf(const char *format, va_list args)
 
 int construct_errmsg(char **out, const char *format, ...)
 {
-    char buffer[2048];
     va_list args;
     va_start(args, format);
-    buffer[0] = '\0';
-    if (format != nullptr) vsnprintf(buffer, sizeof buffer, format, args);
+    construct_from_args(out, format, args, false);
     va_end(args);
-    if (out != nullptr) *out = strsave(buffer);
     return 0;
 }
 
 int construct_system_errmsg(char **out, const char *format, ...)
 {
-    int saved_errno = errno;
-    char buffer[2048];
     va_list args;
     va_start(args, format);
-    buffer[0] = '\0';
-    if (format != nullptr) vsnprintf(buffer, sizeof buffer, format, args);
+    construct_from_args(out, format, args, true);
     va_end(args);
-    errno = saved_errno;
-    append_system_error(buffer, sizeof buffer);
-    if (out != nullptr) *out = strsave(buffer);
     return 0;
 }
 
