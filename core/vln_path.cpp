@@ -148,7 +148,13 @@ std::string join_file(const std::vector<std::string> &parts, size_t begin, size_
 
 std::string clean_file(std::string_view path)
 {
-    return join_file(split_file(path).parts);
+    // "." components say nothing ("dir/./a" is "dir/a"), unless one is all there is.
+    std::vector<std::string> parts = split_file(path).parts;
+    std::vector<std::string> kept;
+    for (std::string &part : parts)
+        if (part != ".") kept.push_back(std::move(part));
+    if (kept.empty() && !parts.empty()) return ".";
+    return join_file(kept);
 }
 
 std::vector<std::string> split_list(std::string_view list)

@@ -1,0 +1,148 @@
+/*
+ * vld_dshdr_internal.h: what the sources of the dataset header share.
+ *
+ * The header and each of its blocks is one record descriptor of the record
+ * framework (vld_record_internal.h). The descriptors pass a `aux` pointer down
+ * the blocks, and its meaning is fixed per record:
+ *
+ *   DatasetHeader                 DshdrReadState * while reading, else null
+ *   CoordinateSpace               CoordspaceSpecial * for the special readers,
+ *                                 else null
+ *   coordinate blocks, Extents,
+ *   RasterInfo, VectorInfo,
+ *   FFTInfo, WarpControl          const coordspace *: the space whose type says
+ *                                 how coordinates read and write (null: raw)
+ *   the others                    unused
+ *
+ * Every field that embeds a CoordinateSpace therefore hands it a null aux
+ * (no_aux), never its own.
+ */
+#ifndef VORLAN_VLD_DSHDR_INTERNAL_H
+#define VORLAN_VLD_DSHDR_INTERNAL_H
+
+#include <string>
+#include <vector>
+
+#include "vld_dshdr.h"
+#include "vld_record_internal.h"
+
+namespace vld {
+
+/* ---------------------------------------------------------------- descriptors */
+
+const Record &dshdr_record();
+const Record &dshdr_vds_record(); /* the short form of a virtual dataset */
+const Record &coordspace_record();
+const Record &dscoord_record();
+const Record &extents_record();
+const Record &rasterinfo_record();
+const Record &rasterinfo_vds_record();
+const Record &bandid_record();
+const Record &vectorinfo_record();
+const Record &fftinfo_record();
+const Record &radarinfo_record();
+const Record &rgbcolour_record();
+const Record &msstats_record();
+const Record &sensorinfo_record();
+const Record &fiducialinfo_record();
+const Record &fiducialpoint_record();
+const Record &correction_record();
+const Record &orthoinfo_record();
+const Record &map_to_map_info_record();
+/* vld_warp_control_record() and vld_regioninfo_record() are declared with the
+ * framework, for the small documents that embed them. */
+
+/* ---------------------------------------------------------------- auxiliary arguments */
+
+/* A sub_aux for fields that must hand their block no aux. */
+const void *no_aux(const void *record, const void *aux);
+
+inline const coordspace *space_of(const void *aux)
+{
+    return static_cast<const coordspace *>(aux);
+}
+/* The coordinate type that decides how coordinates of `space` read and write:
+ * raw for a null space or one without a type. */
+int coord_type_of(const coordspace *space);
+
+/* Filled by a special CoordinateSpace reader. */
+struct CoordspaceSpecial {
+    bool seen = false;                /* a CoordinateSpace block was read */
+    cellinfo *old_cellinfo = nullptr; /* an old CellInfo inside it, owned */
+};
+
+/* The state of one DatasetHeader read, handed down as its aux. */
+struct DshdrReadState {
+    CoordspaceSpecial cs;
+    bool raster_seen = false;    /* a RasterInfo block went into info.r */
+    bool vector_seen = false;    /* a VectorInfo block went into info.v */
+    bool algorithm_seen = false; /* an Algorithm block stood in the header */
+    ~DshdrReadState() { ef_cellinfo(cs.old_cellinfo); }
+};
+
+/* Reads one DatasetHeader document into `record` (allocated, zeroed or not)
+ * with the record reader alone: no routing, no defaults of eg_dshdr. */
+int read_dshdr_document(dshdr *record, const char *filename, DshdrReadState &state);
+
+/* The Version of the header being read (null when unknown); control point
+ * lists take their layout from it. */
+const char *document_version();
+void set_document_version(const char *version);
+
+/* ---------------------------------------------------------------- later modules */
+
+/* The algorithm document and the translators stand above the header, so the
+ * header reaches them through these pointers; each is null until its module
+ * installs it, and a null pointer makes the route report "not yet
+ * implemented". */
+struct DshdrHooks {
+    void (*free_algorithm)(struct algorithm *alg);
+    struct algorithm *(*copy_algorithm)(const struct algorithm *alg);
+    /* Writes the Algorithm block nested in the document being written. */
+    int (*write_algorithm)(const struct algorithm *alg);
+    void (*free_raster_features)(void *features);
+    void *(*copy_raster_features)(const void *features);
+};
+void set_dshdr_hooks(const DshdrHooks &hooks);
+const DshdrHooks &dshdr_hooks();
+
+/* ---------------------------------------------------------------- shared helpers */
+
+/* Datum and projection both "RAW" or unset. */
+bool is_raw_space(const coordspace *space);
+/* Whether `text` is a number as a list element may hold one. */
+bool is_number_text(const char *text);
+/* The number of `text`, independent of the locale; NaN and infinities are
+ * accepted in their C spellings. 0 when there is no number. */
+double number_value(const char *text);
+/* Takes a list and gives its elements as numbers. An element that isn't a
+ * number is reported as a parse error naming `keyword`, and false returned. */
+bool list_to_doubles(textnode *list, std::vector<double> &out, const char *keyword);
+/* A number as list elements are written: `format_float2` with `places`, and
+ * non-finite values quoted so that they read back. */
+std::string list_number(double value, int places);
+
+/* Whether two file names name the same file, a relative one taken against the
+ * directory of `base`. */
+bool same_file(const char *a, const char *b, const char *base);
+
+/* Frees the band records of a raster, and copies them. */
+void free_bandids(bandid *bands, int count);
+bandid *copy_bandids(const bandid *bands, int count);
+
+/* Puts the region "All" at the head of the raster's regions when it is due. */
+void add_all_region(rasterinfo *raster);
+
+}  // namespace vld
+
+VLD_BEGIN_DECLS
+
+/* Deep comparison of two records of the header's family, named by their block
+ * ("DatasetHeader", "CoordinateSpace", "RasterInfo", ...): 1 when equal, 0 when
+ * not, -1 for a block of no record here. Exported for the tests, which can't
+ * reach the descriptors otherwise. */
+VLD_API int VLD_dshdr_record_equal(const char *block, const void *a, const void *b);
+
+VLD_END_DECLS
+
+#endif

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang in build-fuzz/ and runs one of them.
+#
+#   scripts/fuzz.sh fuzz_blocktext 600
+#
+# The corpus lives in build-fuzz/corpus/TARGET and is seeded from the golden
+# block-text documents; crashes are kept in build-fuzz/artifacts/. A crash
+# found here becomes a regression test of its module.
+set -euo pipefail
+
+usage="usage: scripts/fuzz.sh TARGET SECONDS"
+target=${1:?$usage}
+seconds=${2:?$usage}
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=$root/build-fuzz
+
+cmake -S "$root" -B "$build" -G Ninja -DVORLAN_FUZZ=ON -DVORLAN_TESTS=OFF \
+    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build "$build" --target "$target"
+
+corpus=$build/corpus/$target
+artifacts=$build/artifacts
+mkdir -p "$corpus" "$artifacts"
+for seed in "$root"/tests/data/blocktext/* "$root"/tests/data/dshdr/*; do
+    [ -f "$seed" ] && cp -n "$seed" "$corpus"/
+done
+
+options=(-max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$artifacts/$target-")
+dict=$root/tests/fuzz/${target#fuzz_}.dict
+[ -f "$dict" ] && options+=(-dict="$dict")
+cd "$build"
+exec "$build/tests/fuzz/$target" "${options[@]}" "$corpus"
