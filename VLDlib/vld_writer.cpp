@@ -130,18 +130,33 @@ const char *enum_word(const VLD_ENUM *enums, int32_t value)
     return nullptr;
 }
 
+// A file name between quotes, unescaped as documents have always held them (the
+// reader repairs the one backslash it loses from a network name). Two things
+// that could not read back are mended: a trailing separator, which would
+// escape the closing quote, and a double quote inside the name.
+std::string quoted_filename(std::string path)
+{
+    while (path.size() > 1 && (path.back() == '\\' || path.back() == '/')) path.pop_back();
+    std::string out = "\"";
+    for (char c : path) {
+        if (c == '"') out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
 // A file name as a document holds it: relative to the document's directory,
 // in English separators, unless absolute names were asked for.
 std::string filename_text(const char *path)
 {
-    if (VLN_get_fspecs_abs()) return "\"" + std::string(path) + "\"";
+    if (VLN_get_fspecs_abs()) return quoted_filename(path);
     char *relative = nullptr;
     std::string out = path;
     if (VLN_build_rel_fspec(&relative, VLD_get_parent_path(), path) == 0 && relative != nullptr)
         out = relative;
     safe_free(relative);
     VLN_convert_to_english_sep(out.data());
-    return "\"" + out + "\"";
+    return quoted_filename(out);
 }
 
 // The value of `k` at `value` as written after "= "; false to leave the line

@@ -69,6 +69,8 @@ const LineCase kLines[] = {
 
 const LineCase *g_case;
 
+const char *g_path = nullptr;
+
 TEST(Writer, LineFormats)
 {
     for (const LineCase &c : kLines) {
@@ -103,6 +105,32 @@ TEST(Writer, LineFormats)
               "\tFlt\t\t\t= 12.5\n"
               "\t\"Na\\\"me\"\t= \"te\\\\xt\"\n"
               "Doc End\n");
+}
+
+// Found by fuzzing: a file name ending in a separator wrote a backslash before
+// the closing quote, and the document no longer read.
+TEST(Writer, FileNamesReadBack)
+{
+    struct Case {
+        const char *path, *line, *read;
+    } cases[] = {
+        {"/data/dir/", "File\t\t= \"/data/dir\"", "File=/data/dir"},
+        {"/data/a\"b", "File\t\t= \"/data/a\\\"b\"", "File=/data/a\"b"},
+        {"/", "File\t\t= \"/\"", "File=/"},
+    };
+    for (const Case &c : cases) {
+        g_path = c.path;
+        std::string text = written([] {
+            VLN_set_fspecs_abs(1);
+            ep_line(&g_path, bt::kFile, bt::kTable);
+            VLN_set_fspecs_abs(0);
+        });
+        EXPECT_EQ(text, "Doc Begin\n\t" + std::string(c.line) + "\nDoc End\n") << c.path;
+        bt::Result r = bt::read_text(text);
+        ASSERT_EQ(r.status, 0) << r.error;
+        ASSERT_EQ(r.seen.lines.size(), 1u);
+        EXPECT_EQ(r.seen.lines[0], c.read);
+    }
 }
 
 TEST(Writer, ValueWriters)
