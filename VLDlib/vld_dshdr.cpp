@@ -59,10 +59,7 @@ vld::DshdrReadState *state_of(const void *aux)
     return static_cast<vld::DshdrReadState *>(const_cast<void *>(aux));
 }
 
-void keep_status(vld::ReadContext &ctx, int status)
-{
-    if (status && !ctx.status) ctx.status = status;
-}
+using vld::keep_status;
 
 /* Holds the record I/O lock for a scope. */
 struct IoLock {

@@ -18,21 +18,9 @@ namespace {
 using vld::Field;
 using vld::Kind;
 
-template <class T>
-T &as(void *r)
-{
-    return *static_cast<T *>(r);
-}
-template <class T>
-const T &as(const void *r)
-{
-    return *static_cast<const T *>(r);
-}
+using vld::as;
 
-void keep_status(vld::ReadContext &ctx, int status)
-{
-    if (status && !ctx.status) ctx.status = status;
-}
+using vld::keep_status;
 
 /* More bands than any sensor has; a larger NrOfBands is taken as damage. */
 constexpr int32_t kMaxBands = 1 << 20;

@@ -99,11 +99,6 @@ double double_value(const VLD_STATEMENT *st)
     return st->value.i;
 }
 
-void keep_status(ReadContext &ctx, int status)
-{
-    if (status && !ctx.status) ctx.status = status;
-}
-
 /* Reads a nested block for field `f` of the record in `ctx`. */
 void read_block(ReadContext &ctx, const Field &f)
 {

@@ -70,6 +70,24 @@ struct ReadContext {
     int status;
 };
 
+/* Keeps the first failure of a read in the context; later ones don't replace it. */
+inline void keep_status(ReadContext &ctx, int status)
+{
+    if (status && !ctx.status) ctx.status = status;
+}
+
+/* A record seen through the untyped pointer of a hook. */
+template <class T>
+T &as(void *r)
+{
+    return *static_cast<T *>(r);
+}
+template <class T>
+const T &as(const void *r)
+{
+    return *static_cast<const T *>(r);
+}
+
 /* What a Custom writer receives. */
 struct WriteContext {
     const void *record;

@@ -20,16 +20,7 @@ namespace {
 using vld::Field;
 using vld::Kind;
 
-template <class T>
-T &as(void *r)
-{
-    return *static_cast<T *>(r);
-}
-template <class T>
-const T &as(const void *r)
-{
-    return *static_cast<const T *>(r);
-}
+using vld::as;
 
 const char *keyword_name(const vld::ReadContext &ctx)
 {

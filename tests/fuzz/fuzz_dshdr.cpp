@@ -16,7 +16,10 @@ int read_header(void *address_of_record, const char *filename)
 {
     auto *record = *static_cast<dshdr **>(address_of_record);
     vld::DshdrReadState state;
-    return vld::read_dshdr_document(record, filename, state);
+    int status = vld::read_dshdr_document(record, filename, state);
+    // As the header reader does: a header without a coordinate space gets the default one.
+    if (status == 0 && !state.cs.seen) df_coordspace_noalloc(&record->coordspace);
+    return status;
 }
 
 int write_header(void *record, const char *filename)
