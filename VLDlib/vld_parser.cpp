@@ -236,6 +236,12 @@ bool convert(const VLD_KEYWORD &k, Value &v, VLD_STATEMENT *st)
         }
         case VTYPE_DMS:
             st->value.d = dmsstr_to_d(text);
+            // An angle of 1e15 degrees or more has no degrees-minutes-seconds
+            // form to be written back in.
+            if (!(std::fabs(st->value.d) < 1e15)) {
+                parse_fail("Value out of range \"%s\"", clip_text(v.text).c_str());
+                return false;
+            }
             return true;
         case VTYPE_TRIPLE:
             for (int i = 0; i < 3; i++) {

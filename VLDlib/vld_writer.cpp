@@ -201,7 +201,8 @@ bool value_text(const VLD_KEYWORD &k, const void *value, std::string &out)
         }
         case VTYPE_DMS: {
             double d = *static_cast<const double *>(value);
-            if (std::isnan(d)) return false;
+            // Like a NaN, an angle too large for the d:m:s form is left out.
+            if (!(std::fabs(d) < 1e15)) return false;
             char dms[64];
             out = d_to_dmsstr(dms, d);
             return true;

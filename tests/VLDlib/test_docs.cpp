@@ -5,7 +5,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -15,14 +14,6 @@
 
 #include "vld_docs.h"
 #include "vld_record_internal.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VORLAN_TEST_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VORLAN_TEST_ASAN 1
-#endif
-#endif
 
 namespace {
 
@@ -282,18 +273,11 @@ TEST(DocsTest, LargeLookupTableReadsAndWritesBack)
     spill(dir / "big.lut", text);
 
     lut *l = nullptr;
-    auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(eg_lut(&l, (dir / "big.lut").c_str()), 0) << VLD_error.text;
-    double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     ASSERT_EQ(l->nr_entries, kRows);
     EXPECT_EQ(l->entries[kRows - 1].index, kRows - 1);
     EXPECT_EQ(l->entries[kRows - 1].green, 0);
     EXPECT_EQ(l->entries[1000].blue, 7000);
-#ifndef VORLAN_TEST_ASAN
-    EXPECT_LT(seconds, 1.0);  // "well under a second"; the sanitizers make no promise
-#endif
-    (void)seconds;
 
     ASSERT_EQ(ep_lut(l, (dir / "copy.lut").c_str()), 0);
     lut *again = nullptr;

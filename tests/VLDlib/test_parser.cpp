@@ -66,6 +66,9 @@ TEST(Parser, BadValuesStopTheDocument)
         {"Colour = Blue", "Unknown Colour \"Blue\""},
         {"Int = 2147483648", "Value out of range \"2147483648\""},
         {"Rgb = 1,256,3", "Value out of range \"256\""},
+        // Found by fuzzing: such an angle read, but could not be written back.
+        {"Angle = 90:0:100000000000000000000.0",
+         "Value out of range \"90:0:100000000000000000000.0\""},
         {"When = Tue Jan 19 03:14:08 GMT 2038",
          "Date out of range \"Tue Jan 19 03:14:08 GMT 2038\""},
         {"When = Mon Feb 30 00:00:00 GMT 2001", "Invalid date \"Mon Feb 30 00:00:00 GMT 2001\""},

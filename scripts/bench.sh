@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in build-bench/ (optimised, no sanitizers) and runs them.
+#   scripts/bench.sh [BENCHMARK_NAME]    e.g. scripts/bench.sh bench_blocktext
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=$root/build-bench
+"$root/scripts/setup.sh"
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORLAN_BENCH=ON -DVORLAN_TESTS=OFF >/dev/null
+cmake --build "$build" -j "$(nproc)"
+for b in "$build"/bench/bench_*; do
+  name=$(basename "$b")
+  [ -n "${1:-}" ] && [ "$name" != "$1" ] && continue
+  echo "== $name"
+  "$b"
+done
