@@ -19,6 +19,7 @@
 #include <string_view>
 #include <utility>
 
+#include "vld_coords.h"
 #include "vld_dshdr_internal.h"
 
 namespace {
@@ -216,9 +217,7 @@ int cs_after_read(void *r, const void *aux)
         return space_error("\n  Units were set to " + units +
                            ", must be METERS for a RAW coordinate space");
     }
-    // Metres per unit follow from the datum and projection tables, which the
-    // coordinate engine owns; until it is built every space counts in metres.
-    cs.meter_factor = 1.0;
+    cs.meter_factor = get_meter_factor_from_datum_proj(cs.datum, cs.projection, cs.units);
     return 0;
 }
 

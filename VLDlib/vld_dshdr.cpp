@@ -18,6 +18,7 @@
 #include <string>
 
 #include "vld_dshdr_internal.h"
+#include "vld_worldfile.h"
 #include "vln_path.h"
 
 int32_t read_transients = 0;
@@ -475,7 +476,10 @@ int write_header(dshdr *d, const char *name, const vld::Record &r)
         if (stats && fileexists(stats)) vln_rmfile(stats);
         safe_free(stats);
     }
-    // The world file of a translated dataset comes with the world file module.
+    // A translated dataset keeps its registration in a world file too, when
+    // the user prefers world files.
+    if (!status && name && d->dataset_type == DST_Translated && VLN_get_world_file_pref(0))
+        status = VLN_write_world_file_for_dshdr(d);
     safe_free(translated);
     return status;
 }

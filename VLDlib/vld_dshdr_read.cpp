@@ -9,15 +9,16 @@
  * scaled by the old cell size, and a vector dataset never stays in latitude
  * and longitude.
  *
- * The algorithm document, the translators and world files stand above this
- * module; until they are built their routes give "not yet implemented" (21) or
- * "Filetype unknown" (169), as a header without them would.
+ * The algorithm document and the translators stand above this module; until
+ * they are built their routes give "not yet implemented" (21) or "Filetype
+ * unknown" (169), as a header without them would.
  */
 #include <cmath>
 #include <cstring>
 #include <string>
 
 #include "vld_dshdr_internal.h"
+#include "vld_worldfile.h"
 #include "vln_path.h"
 #include "vln_path_internal.h"
 
@@ -245,7 +246,12 @@ int VLN_can_write_dshdr(const char *name)
                  !empty_text(d->data_file) && !vld::same_file(d->data_file, name, vld))
             status = VLD_setup_error(5, vld);
     }
-    // A translated dataset's world file is checked with the world file module.
+    if (!status && d->dataset_type == DST_Translated && VLN_get_world_file_pref(0)) {
+        char *world = nullptr;
+        if (VLN_check_for_world_file(&world, d->data_file, nullptr) == 0 && !canwrite(world))
+            status = VLD_setup_error(5, world);
+        safe_free(world);
+    }
     safe_free(vld);
     ef_dshdr(d);
     return status;

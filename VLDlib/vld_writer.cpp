@@ -23,6 +23,7 @@
 #include <string>
 
 #include "vld_blocktext_internal.h"
+#include "vld_coords.h"
 #include "vln_path.h"
 
 namespace {
@@ -175,12 +176,16 @@ bool value_text(const VLD_KEYWORD &k, const void *value, std::string &out)
         case VTYPE_INT:
             out = format("%d", *static_cast<const int32_t *>(value));
             return true;
-        case VTYPE_FLOAT:
-        // Lengths are written as plain numbers until the length formats exist.
-        case VTYPE_LENGTH: {
+        case VTYPE_FLOAT: {
             double d = *static_cast<const double *>(value);
             if (std::isnan(d)) return false;  // no text reads back as a NaN
             out = format("%.17G", d);         // infinities come out as INF and -INF
+            return true;
+        }
+        case VTYPE_LENGTH: {
+            double d = *static_cast<const double *>(value);
+            if (!std::isfinite(d)) return false;  // a length has no text for these
+            out = len_to_str(d);
             return true;
         }
         case VTYPE_ENUM: {

@@ -35,6 +35,21 @@ VLD_API void *vln_fmap(const char *path, const char *mode, size_t size, int64_t 
  * for callers and ignored. Returns 1, or 0 with a new text in *message. */
 VLD_API int vln_funmap(void *view, size_t size, int handles[2], int flag, char **message);
 
+/* Moves a view: unmaps `view` (of `size` bytes) and maps `new_size` bytes from
+ * `new_offset` of the same open file, keeping the handles. The new view starts
+ * exactly at `new_offset`, which callers round down to the page size. Returns
+ * the new view, or null with a new text in *message (the old view is gone
+ * either way; the handles stay open for vln_funmap). A null `mode` keeps the
+ * access that the file was opened with. */
+VLD_API void *vln_remap(void *view, size_t size, int handles[2], const char *path, const char *mode,
+                        size_t new_size, int64_t new_offset, char **message);
+
+/* The system's unit of mapping, read once. */
+VLD_API int vln_getpagesize(void);
+
+/* Half of the address space that is still free to this process, in bytes. */
+VLD_API int64_t vln_calculate_mmmap_size(void);
+
 VLD_END_DECLS
 
 #endif

@@ -51,7 +51,8 @@ const LineCase kLines[] = {
     {bt::kFlt, HUGE_VAL, 0, nullptr, "Flt\t\t\t= INF"},
     {bt::kFlt, -HUGE_VAL, 0, nullptr, "Flt\t\t\t= -INF"},
     {bt::kFlt, NAN, 0, nullptr, ""},
-    {bt::kLength, 2.5, 0, nullptr, "Len\t\t\t= 2.5"},
+    {bt::kLength, 2.5, 0, nullptr, "Len\t\t\t= 2.500m"},
+    {bt::kLength, 0.0125, 0, nullptr, "Len\t\t\t= 12.500mm"},
     {bt::kAngle, 10.5, 0, nullptr, "Angle\t\t= 10:30:0.0"},
     {bt::kYn, 0, 1, nullptr, "Yn\t\t\t= Yes"},
     {bt::kYn, 0, 256, nullptr, "Yn\t\t\t= No"},  // the first byte of the field

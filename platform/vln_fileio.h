@@ -1,0 +1,54 @@
+/*
+ * vln_fileio.h: plain file access with 64-bit offsets, and file-system figures.
+ *
+ * The raster readers and writers go through these rather than the system
+ * directly. Reads and writes loop over interruptions and short transfers, so
+ * that a byte count below the one asked for means the end of the file (or an
+ * error). Positions are 64-bit: a data file may exceed 2 GiB.
+ */
+#ifndef VORLAN_VLN_FILEIO_H
+#define VORLAN_VLN_FILEIO_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "vld_core.h"
+
+VLD_BEGIN_DECLS
+
+/* Opens `path` with open(2) flags (close-on-exec is added) and permissions;
+ * returns the descriptor or -1. */
+VLD_API int vln_open(const char *path, int flags, int mode);
+/* Closes a descriptor; 0, or -1 on failure. */
+VLD_API int vln_close(int fd);
+
+/* Reads up to `length` bytes at the current position; the count read (short
+ * only at the end of the file), or -1. */
+VLD_API int64_t vln_read(int fd, void *buffer, int64_t length);
+/* Writes `length` bytes at the current position; the count, or -1. */
+VLD_API int64_t vln_write(int fd, const void *buffer, int64_t length);
+/* Reads up to `length` bytes at `offset` without moving the position. */
+VLD_API int64_t vln_pread64(int fd, void *buffer, int64_t length, int64_t offset);
+/* Reads `count` consecutive pieces of `each` bytes from `offset` into
+ * buffers[0..count-1] in one call where it can; the total count read, or -1. */
+VLD_API int64_t vln_preadv64(int fd, void *const *buffers, int count, int64_t each, int64_t offset);
+
+/* Seeks to the offset made of two 32-bit halves, relative to `whence`
+ * (SEEK_SET, SEEK_CUR, SEEK_END); the new position, or -1. */
+VLD_API int64_t vln_lseek64(int fd, int32_t low, int32_t high, int whence);
+/* The current position, or -1. */
+VLD_API int64_t vln_tell64(int fd);
+
+/* The size of a file in bytes, or -1 when it can't be read (a directory
+ * counts as failure). */
+VLD_API int64_t vln_filesize64(const char *path);
+/* The size of an open file, or -1. */
+VLD_API int64_t vln_fdsize64(int fd);
+
+/* Free blocks available to the caller, and the size of one block, on the file
+ * system that holds `path`. 0, or row 50 (null path) or row 51. */
+VLD_API int vln_statfs(const char *path, int64_t *free_blocks, int64_t *block_size);
+
+VLD_END_DECLS
+
+#endif
