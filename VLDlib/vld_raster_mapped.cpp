@@ -97,7 +97,8 @@ int open_mapped(VLD_mmraster **out, dshdr *d, const Request &q)
 
     int handles[2] = {-1, -1};
     char *message = nullptr;
-    const char *mode = q.write ? "w" : "";
+    // Datasets are read line after line: ask for read-ahead, not random access.
+    const char *mode = q.write ? "w" : "s";
     void *view = nullptr;
     if (size <= kMaxView)
         view = vln_fmap(name, mode, static_cast<size_t>(size), 0, handles, &message);
