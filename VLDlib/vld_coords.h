@@ -102,6 +102,31 @@ VLD_API int delta_coords_meters_non_abs(const coordspace *space, const dscoord *
 VLD_API int delta_coords_meters(const coordspace *space, const dscoord *a, const dscoord *b,
                                 double *dx, double *dy);
 
+/* Metres along the ground from a to b. In a "GEODETIC" space this is the
+ * great circle on a sphere of the datum's radius; elsewhere the straight line
+ * of delta_coords_meters. A null space or point gives 0; a null output is
+ * row 16. */
+VLD_API int distance_coords_meters(const coordspace *space, const dscoord *a, const dscoord *b,
+                                   double *distance);
+
+/* ---------------------------------------------------------------- extents */
+
+/* Replaces the corners of the dataset's extents (in its space, given by the
+ * caller) with the dataset's extents in `target`: the edges of the dataset
+ * are walked through the target space, and rotations of either grid are
+ * taken out and put back. The header is briefly changed. */
+VLD_API int VLN_calculate_reprojected_extents(const coordspace *target, dshdr *dsh,
+                                              dscoord *top_left, dscoord *bottom_right);
+/* Whether the area between two corners in `space` survives the trip to
+ * latitude and longitude and back: points along the diagonal, at every
+ * hundredth of `nr_cells` and `nr_lines` (at least every one), must come back
+ * within one metre. Row 35 when one doesn't, which marks a dataset off the
+ * usable area of its projection; a point the engine cannot carry at all is
+ * row 31. Raw, "GEODETIC" and "LOCAL" spaces pass. */
+VLD_API int VLN_check_coords_round_trip(const coordspace *space, const dscoord *top_left,
+                                        const dscoord *bottom_right, int32_t nr_cells,
+                                        int32_t nr_lines);
+
 /* ---------------------------------------------------------------- positions as text */
 
 /* Latitude and longitude texts ("12:30:0.0S", "130:0:0.0E") of a coordinate,

@@ -43,6 +43,9 @@ struct CoordEngine {
     int (*inq_coord_sys)(int *id, const char *entity, const char *attribute, const char *type,
                          void *out, int out_size);
     int (*install_error)(void (*handler)(const char *message));
+    /* The radius of the datum's ellipsoid, in metres, as its row of the datum
+     * table holds it. 0 or a failure. */
+    int (*datum_radius)(const char *datum, double *radius);
 };
 
 /* Installs the engine (null removes it). The caches are flushed first with the
@@ -57,6 +60,9 @@ const CoordEngine *coord_engine();
 int cached_coord_sys(const char *datum, const char *projection, const char *units);
 /* The id of (datum, "GEODETIC", "radians"), from the one-entry geodetic cache. */
 int cached_geodetic_sys(const char *datum);
+/* The radius of `datum`, kept with the datum's name until another datum is
+ * asked for. 0 or row 31. */
+int cached_datum_radius(const char *datum, double &radius);
 /* Deletes every cached system. */
 void flush_coord_caches();
 /* What the space cache holds, for tests: the number of entries in use, and

@@ -36,6 +36,9 @@ struct Caches {
     std::string geodetic_datum;
     int geodetic_id = 0;
     bool geodetic_valid = false;
+    std::string radius_datum;
+    double radius = 0.0;
+    bool radius_valid = false;
 };
 
 const vld::CoordEngine *engine = nullptr;
@@ -144,6 +147,31 @@ void vld::flush_coord_caches()
     caches.geodetic_datum.clear();
     caches.geodetic_id = 0;
     caches.geodetic_valid = false;
+    caches.radius_datum.clear();
+    caches.radius_valid = false;
+}
+
+int vld::cached_datum_radius(const char *datum, double &radius)
+{
+    vld::GdtLock lock;
+    std::string d = text(datum);
+    if (caches.radius_valid && caches.radius_datum == d) {
+        radius = caches.radius;
+        return 0;
+    }
+    if (!engine || !engine->datum_radius)
+        return VLD_setup_error(31, "no coordinate engine is available");
+    ensure_handler();
+    double r = 0.0;
+    if (engine->datum_radius(d.c_str(), &r) != 0 || !(r > 0.0)) {
+        std::string message = "no radius for datum " + d;
+        return VLD_setup_error(31, message.c_str());
+    }
+    caches.radius_datum = d;
+    caches.radius = r;
+    caches.radius_valid = true;
+    radius = r;
+    return 0;
 }
 
 int vld::coord_cache_size()

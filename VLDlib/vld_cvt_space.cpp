@@ -294,3 +294,34 @@ int delta_coords_meters(const coordspace *space, const dscoord *a, const dscoord
     if (dy) *dy = std::fabs(*dy);
     return status;
 }
+
+int distance_coords_meters(const coordspace *space, const dscoord *a, const dscoord *b,
+                           double *distance)
+{
+    if (!distance) return VLD_setup_error(16);
+    *distance = 0.0;
+    if (!space || !a || !b) return 0;
+    if (!space->projection || std::strcmp(space->projection, "GEODETIC") != 0) {
+        double dx, dy;
+        if (int status = delta_coords_meters(space, a, b, &dx, &dy)) return status;
+        *distance = std::sqrt(dx * dx + dy * dy);
+        return 0;
+    }
+    // Along the sphere of the datum's radius. The radius is taken as the datum
+    // table holds it: in metres whatever the datum's own unit.
+    vld::GdtLock lock;
+    double radius;
+    if (int status = vld::cached_datum_radius(space->datum, radius)) return status;
+    vld::SpaceCopy en(space, CST_EN);  // degrees, for a geodetic space
+    dscoord pa, pb;
+    int status = cvt_any_coord_to_coord(space, a, &en.cs, &pa);
+    if (!status) status = cvt_any_coord_to_coord(space, b, &en.cs, &pb);
+    if (status) return status;
+    const double k = kPi / 180.0;
+    double lat1 = pa.y * k, lat2 = pb.y * k;
+    double half_dlat = (lat2 - lat1) / 2, half_dlon = (pb.x - pa.x) * k / 2;
+    double h = std::sin(half_dlat) * std::sin(half_dlat) +
+               std::cos(lat1) * std::cos(lat2) * std::sin(half_dlon) * std::sin(half_dlon);
+    *distance = 2 * radius * std::asin(std::sqrt(h));
+    return 0;
+}

@@ -3,10 +3,13 @@
  *
  * The stand-in knows two flat projections on a sphere ("FLAT": easting
  * R*lon + 500000, northing R*lat; "FLAT2": the same with a false easting of
- * 1000000), in "METERS" or "FEET", and "GEODETIC" (radians when the units say
- * so, else degrees). Datums are only names, except that creating a system on
- * datum "BAD" fails and one on "NOTE" sends a note of class P. A point beyond
- * the pole fails to transform. It records what the conversions asked of it. */
+ * 1000000), in "METERS" or "FEET", "WRAP" (as "FLAT", but longitudes past
+ * half a turn come back wrapped, so that points far east don't return), and
+ * "GEODETIC" (radians when the units say so, else degrees). Datums are only
+ * names with a radius (kRadius, and "AGD66" a little more), except that
+ * creating a system on datum "BAD" fails, and has no radius, and one on "NOTE"
+ * sends a note of class P. A point beyond the pole fails to transform. It
+ * records what the conversions asked of it. */
 #ifndef VORLAN_TESTS_COORDS_FIXTURE_H
 #define VORLAN_TESTS_COORDS_FIXTURE_H
 
@@ -26,6 +29,7 @@ namespace coords {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kRad = kPi / 180.0;
 constexpr double kRadius = 6378137.0;
+constexpr double kAgdRadius = 6378160.0;
 
 /* A space whose strings live as long as the object. */
 struct Space {
@@ -75,7 +79,8 @@ struct FakeEngine {
     int next_id = 1;
     std::vector<std::string> created;  // "datum/projection/units" of each creation
     std::vector<int> deleted;
-    std::vector<int> modes;  // every mode asked for
+    std::vector<int> modes;          // every mode asked for
+    std::vector<std::string> radii;  // the datum of each radius asked for
     bool refuse_mode_1 = false;
     int source = 0, target = 0;
     void (*handler)(const char *) = nullptr;
@@ -106,6 +111,7 @@ inline bool to_geodetic(const FakeEngine::System &s, double x, double y, double 
     double fe = s.projection == "FLAT2" ? 1000000.0 : 500000.0;
     lon = (x * f - fe) / kRadius;
     lat = y * f / kRadius;
+    if (s.projection == "WRAP" && std::fabs(lon) > kPi) lon = std::remainder(lon, 2 * kPi);
     return true;
 }
 
@@ -180,6 +186,12 @@ inline const vld::CoordEngine kFakeTable = {
     },
     [](void (*h)(const char *)) -> int {
         fake->handler = h;
+        return 0;
+    },
+    [](const char *datum, double *radius) -> int {
+        fake->radii.push_back(datum);
+        if (std::strcmp(datum, "BAD") == 0) return -1;
+        *radius = std::strcmp(datum, "AGD66") == 0 ? kAgdRadius : kRadius;
         return 0;
     },
 };

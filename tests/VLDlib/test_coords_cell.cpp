@@ -244,4 +244,105 @@ TEST_F(CoordsCellEngine, ForgivingFormsAnswerInTheGridAndTakeRadians)
     EXPECT_EQ(d.coordspace.coordsystype, CST_LL);
 }
 
+/* ---------------------------------------------------------------- extents in another space */
+
+// A 10 by 10 grid of 1 m cells whose top-left corner is at (1000, 2000).
+dshdr square_grid(const coordspace &space)
+{
+    dshdr d = raster(space, 1, 1, 0, 0, at(1000, 2000));
+    d.info.r.nr_cells = d.info.r.nr_lines = 10;
+    return d;
+}
+
+TEST(CoordsCell, ExtentsNeedNoWorkInTheSameSpace)
+{
+    Space own(CST_EN, "WGS84", "NUTM50");
+    Space same(CST_EN, "wgs84", "nutm50", "FEET");
+    dshdr d = square_grid(own.cs);
+    dscoord tl = at(1, 2), br = at(3, 4);
+    ASSERT_EQ(VLN_calculate_reprojected_extents(&same.cs, &d, &tl, &br), 0);
+    EXPECT_EQ(tl.x, 1);  // the caller's corners come back untouched
+    EXPECT_EQ(br.y, 4);
+
+    Space other(CST_EN, "WGS84", "NUTM51");
+    EXPECT_EQ(VLN_calculate_reprojected_extents(&other.cs, &d, &tl, &br), 31);
+    EXPECT_EQ(VLN_calculate_reprojected_extents(nullptr, &d, &tl, &br), 16);
+}
+
+// Turned a quarter, the grid lies west and south of its registration, and the
+// extents are the square that holds it, in its own space or carried across.
+TEST(CoordsCell, ExtentsOfATurnedGridAreSquareToTheMap)
+{
+    Space turned(CST_EN, "WGS84", "NUTM50", "METERS", kPi / 2);
+    Space square(CST_EN, "WGS84", "NUTM50");
+    dshdr d = square_grid(turned.cs);
+    dscoord tl = at(0, 0), br = at(0, 0);
+    ASSERT_EQ(VLN_calculate_reprojected_extents(&square.cs, &d, &tl, &br), 0);
+    EXPECT_NEAR(tl.x, 990, 1e-9);
+    EXPECT_NEAR(tl.y, 2000, 1e-9);
+    EXPECT_NEAR(br.x, 1000, 1e-9);
+    EXPECT_NEAR(br.y, 1990, 1e-9);
+}
+
+using CoordsExtentsEngine = WithEngine;
+
+TEST_F(CoordsExtentsEngine, EdgesAreWalkedIntoTheTarget)
+{
+    Space flat(CST_EN, "WGS84", "FLAT");
+    Space flat2(CST_EN, "WGS84", "FLAT2");
+    dshdr d = square_grid(flat.cs);
+    dscoord tl, br;
+    ASSERT_EQ(VLN_calculate_reprojected_extents(&flat2.cs, &d, &tl, &br), 0);
+    EXPECT_NEAR(tl.x, 501000, 1e-6);
+    EXPECT_NEAR(tl.y, 2000, 1e-6);
+    EXPECT_NEAR(br.x, 501010, 1e-6);
+    EXPECT_NEAR(br.y, 1990, 1e-6);
+    // Under 100 lines and cells every cell edge is visited: 11 points on each
+    // of four edges, one engine pass each.
+    EXPECT_EQ(engine.modes.size(), 44u);
+
+    // Larger grids step by a hundredth of a side, far ends included.
+    d.info.r.nr_cells = 250;
+    d.info.r.nr_lines = 120;
+    engine.modes.clear();
+    ASSERT_EQ(VLN_calculate_reprojected_extents(&flat2.cs, &d, &tl, &br), 0);
+    EXPECT_EQ(engine.modes.size(), 2 * 126u + 2 * 121u);
+    EXPECT_NEAR(br.x, 501250, 1e-6);
+    EXPECT_NEAR(br.y, 2000 - 120, 1e-6);
+
+    // A vector dataset counts map units of its extents as cells.
+    dshdr v{};
+    v.data_type = DT_Vector;
+    v.coordspace = flat.cs;
+    v.info.v.extents = {at(600000, 2000), at(600010, 1990)};
+    engine.modes.clear();
+    ASSERT_EQ(VLN_calculate_reprojected_extents(&flat2.cs, &v, &tl, &br), 0);
+    EXPECT_NEAR(tl.x, 1100000, 1e-6);
+    EXPECT_NEAR(br.x, 1100010, 1e-6);
+    EXPECT_NEAR(br.y, 1990, 1e-6);
+    EXPECT_EQ(engine.modes.size(), 44u);
+
+    // A grid that reaches past the pole fails at the first point that does.
+    dshdr polar = raster(flat.cs, 1e6, 1e6, 0, 0, at(1000, 9.5e6));
+    polar.info.r.nr_cells = polar.info.r.nr_lines = 10;
+    polar.info.r.registration_cell_y = 1;  // the top edge lies 1000 km further north
+    engine.modes.clear();
+    EXPECT_EQ(VLN_calculate_reprojected_extents(&flat2.cs, &polar, &tl, &br), 31);
+    EXPECT_EQ(engine.modes.size(), 1u);
+}
+
+TEST_F(CoordsExtentsEngine, TurnedGridCarriedAcross)
+{
+    Space turned(CST_EN, "WGS84", "FLAT", "METERS", kPi / 2);
+    Space flat2(CST_EN, "WGS84", "FLAT2");
+    dshdr d = square_grid(turned.cs);
+    dscoord tl, br;
+    ASSERT_EQ(VLN_calculate_reprojected_extents(&flat2.cs, &d, &tl, &br), 0);
+    EXPECT_NEAR(tl.x, 500990, 1e-6);
+    EXPECT_NEAR(tl.y, 2000, 1e-6);
+    EXPECT_NEAR(br.x, 501000, 1e-6);
+    EXPECT_NEAR(br.y, 1990, 1e-6);
+    EXPECT_EQ(d.coordspace.rotation, kPi / 2);  // the header is left as it was
+}
+
 }  // namespace

@@ -173,6 +173,34 @@ TEST(CoordsSpace, MetresBetweenPoints)
     EXPECT_EQ(dx, 0);
 }
 
+TEST(CoordsSpace, DistancesWithoutTheEngine)
+{
+    Space feet(CST_EN, "NAD27", "SPCS", "FEET", 0.0, 0.3048);
+    Space geo(CST_LL, "WGS84", "GEODETIC", "DEGREES");
+    dscoord a = at(10, 20), b = at(13, 24);
+    double d = -1;
+    ASSERT_EQ(distance_coords_meters(&feet.cs, &a, &b, &d), 0);
+    EXPECT_NEAR(d, 5 * 0.3048, 1e-12);
+    EXPECT_EQ(distance_coords_meters(&feet.cs, nullptr, &b, &d), 0);
+    EXPECT_EQ(d, 0);
+    EXPECT_EQ(distance_coords_meters(&feet.cs, &a, &b, nullptr), 16);
+    EXPECT_EQ(distance_coords_meters(&geo.cs, &a, &b, &d), 31);
+}
+
+// Off the usable area of a projection a point doesn't come back from latitude
+// and longitude; spaces without a projection are never checked.
+TEST(CoordsSpace, RoundTripWithoutTheEngine)
+{
+    Space raw(CST_RAW, "RAW", "RAW");
+    Space geo(CST_LL, "WGS84", "GEODETIC");
+    Space local(CST_EN, "WGS84", "LOCAL");
+    Space amg(CST_EN, "AGD66", "TMAMG55");
+    dscoord tl = at(0, 10), br = at(10, 0);
+    for (const Space *s : {&raw, &geo, &local})
+        EXPECT_EQ(VLN_check_coords_round_trip(&s->cs, &tl, &br, 10, 10), 0) << s->projection;
+    EXPECT_EQ(VLN_check_coords_round_trip(&amg.cs, &tl, &br, 10, 10), 31);
+}
+
 /* ---------------------------------------------------------------- through the engine */
 
 using CoordsEngine = WithEngine;
@@ -296,6 +324,61 @@ TEST_F(CoordsEngine, FourHundredAndFirstSpaceEvictsTheLeastCount)
     vld::flush_coord_caches();
     EXPECT_EQ(vld::coord_cache_size(), 0);
     EXPECT_TRUE(engine.live.empty());
+}
+
+// Great circles on a sphere of the datum's radius; the radius is asked for
+// once per run of one datum.
+TEST_F(CoordsEngine, DistancesAlongTheGround)
+{
+    Space wgs(CST_LL, "WGS84", "GEODETIC", "DEGREES");
+    Space agd(CST_LL, "AGD66", "GEODETIC", "DEGREES");
+    Space bad(CST_LL, "BAD", "GEODETIC", "DEGREES");
+    dscoord a = at(0.1, 0), b = at(0.4, 0), north = at(0.1, 0.5);
+    double d;
+    ASSERT_EQ(distance_coords_meters(&wgs.cs, &a, &b, &d), 0);
+    EXPECT_NEAR(d, 0.3 * kRadius, 1e-6);
+    ASSERT_EQ(distance_coords_meters(&wgs.cs, &a, &north, &d), 0);
+    EXPECT_NEAR(d, 0.5 * kRadius, 1e-6);
+    // Along the parallel of 60 degrees a turn is half as long.
+    dscoord w60 = at(0.1, kPi / 3), e60 = at(0.3, kPi / 3);
+    ASSERT_EQ(distance_coords_meters(&wgs.cs, &w60, &e60, &d), 0);
+    EXPECT_NEAR(d, 2 * kRadius * std::asin(0.5 * std::sin(0.1)), 1e-6);
+    EXPECT_EQ(engine.radii, (std::vector<std::string>{"WGS84"}));
+
+    ASSERT_EQ(distance_coords_meters(&agd.cs, &a, &b, &d), 0);
+    EXPECT_NEAR(d, 0.3 * kAgdRadius, 1e-6);
+    EXPECT_EQ(distance_coords_meters(&bad.cs, &a, &b, &d), 31);
+    EXPECT_STREQ(VLD_error_text(), "Geodetic transform error: \"no radius for datum BAD\"");
+    EXPECT_EQ(engine.radii, (std::vector<std::string>{"WGS84", "AGD66", "BAD"}));
+
+    // Grid spaces stay straight lines, with no radius asked for.
+    Space flat(CST_EN, "WGS84", "FLAT");
+    dscoord e = at(600000, 0), f = at(600300, 400);
+    ASSERT_EQ(distance_coords_meters(&flat.cs, &e, &f, &d), 0);
+    EXPECT_NEAR(d, 500, 1e-9);
+    EXPECT_EQ(engine.radii.size(), 3u);
+}
+
+TEST_F(CoordsEngine, RoundTripRejectsPointsOffTheProjection)
+{
+    Space wrap(CST_EN, "WGS84", "WRAP");
+    Space wrap_ll(CST_LL, "WGS84", "WRAP", "natural");
+    dscoord tl = at(500000 - 1e6, 2e6), br = at(500000 + 1e6, -2e6);
+    ASSERT_EQ(VLN_check_coords_round_trip(&wrap.cs, &tl, &br, 50, 20), 0);
+    EXPECT_EQ(engine.modes.size(), 2 * 51u);  // every cell along the longer side
+
+    // Four radians east is past half a turn: the far corner comes back wrapped.
+    dscoord far_east = at(500000 + 4 * kRadius, 0);
+    EXPECT_EQ(VLN_check_coords_round_trip(&wrap.cs, &tl, &far_east, 1000, 10), 35);
+    EXPECT_STREQ(VLD_error_text(), "Cells specified are outside dataset range");
+    engine.modes.clear();
+    dscoord near_east = at(500000 + 3 * kRadius, 0);
+    ASSERT_EQ(VLN_check_coords_round_trip(&wrap.cs, &tl, &near_east, 1000, 10), 0);
+    EXPECT_EQ(engine.modes.size(), 2 * 101u);  // a hundredth of the side at a time
+
+    // An LL space is checked in its grid.
+    dscoord ll_tl = at(-0.5, 0.5), ll_br = at(0.5, -0.5);
+    EXPECT_EQ(VLN_check_coords_round_trip(&wrap_ll.cs, &ll_tl, &ll_br, 10, 10), 0);
 }
 
 }  // namespace
