@@ -1,5 +1,5 @@
 /*
- * vld_cvt_aspect.cpp: fitting a map window to the size of its output.
+ * vld_cvt_fit.cpp: fitting a map window to the size of its output.
  *
  * An algorithm names the corners of the map it shows and the output's size in
  * pixels. When the two have different shapes and the aspect is enforced, the

@@ -1,5 +1,5 @@
 /*
- * vln_fspec.cpp: absolute and relative file names of documents.
+ * vln_filename.cpp: absolute and relative file names of documents.
  *
  * Documents name their datasets relative to themselves or to the dataset
  * search path, so that a tree of data can be moved as a whole. Reading a
