@@ -29,39 +29,44 @@ bool scaled(double f)
     return f != 0.0 && f != 1.0;
 }
 
+// Turns (a, b) by the grid's rotation, given as its cosine and sine.
+void turn(double c, double s, double &a, double &b)
+{
+    double t = c * a - s * b;
+    b = s * a + c * b;
+    a = t;
+}
+
+/* The coordinate of cell (0, 0) in an EN space: the registration point less
+ * the registration cell laid off along the (rotated) grid. */
+void en_origin(const dshdr *dsh, const vld::CellGeometry &g, double c, double s, double &ox,
+               double &oy)
+{
+    const double f = dsh->coordspace.meter_factor;
+    double a = g.xd * g.rx, b = g.yd * g.ry;
+    if (dsh->coordspace.rotation != 0.0) turn(c, s, a, b);
+    if (scaled(f)) {
+        a /= f;
+        b /= f;
+    }
+    ox = g.reg.x - a;
+    oy = g.reg.y + b;
+}
+
 int en_cell_to_coord(const dshdr *dsh, const vld::CellGeometry &g, double cell_x, double cell_y,
                      dscoord *out, double c, double s)
 {
-    const bool rotated = dsh->coordspace.rotation != 0.0;
     const double f = dsh->coordspace.meter_factor;
-    double a = g.xd * g.rx, b = g.yd * g.ry;
-    if (rotated) {
-        double t = c * a - s * b;
-        b = s * a + c * b;
-        a = t;
-    }
     double ox, oy;
+    en_origin(dsh, g, c, s, ox, oy);
+    double a = g.xd * cell_x, b = g.yd * cell_y;
+    if (dsh->coordspace.rotation != 0.0) turn(c, s, a, b);
     if (scaled(f)) {
-        ox = g.reg.x - a / f;
-        oy = g.reg.y + b / f;
-    } else {
-        ox = g.reg.x - a;
-        oy = g.reg.y + b;
+        a /= f;
+        b /= f;
     }
-    a = g.xd * cell_x;
-    b = g.yd * cell_y;
-    if (rotated) {
-        double t = c * a - s * b;
-        b = s * a + c * b;
-        a = t;
-    }
-    if (scaled(f)) {
-        out->x = ox + a / f;
-        out->y = oy - b / f;
-    } else {
-        out->x = ox + a;
-        out->y = oy - b;
-    }
+    out->x = ox + a;
+    out->y = oy - b;
     out->z = vln_nanval();
     return 0;
 }
@@ -69,33 +74,16 @@ int en_cell_to_coord(const dshdr *dsh, const vld::CellGeometry &g, double cell_x
 int en_coord_to_cell(const dshdr *dsh, const vld::CellGeometry &g, const dscoord &in,
                      double *cell_x, double *cell_y, double c, double s)
 {
-    const bool rotated = dsh->coordspace.rotation != 0.0;
     const double f = dsh->coordspace.meter_factor;
-    double a = g.xd * g.rx, b = g.yd * g.ry;
-    if (rotated) {
-        double t = c * a - s * b;
-        b = s * a + c * b;
-        a = t;
-    }
     double ox, oy;
-    if (scaled(f)) {
-        ox = g.reg.x - a / f;
-        oy = g.reg.y + b / f;
-    } else {
-        ox = g.reg.x - a;
-        oy = g.reg.y + b;
-    }
-    a = in.x - ox;
-    b = oy - in.y;
+    en_origin(dsh, g, c, s, ox, oy);
+    double a = in.x - ox, b = oy - in.y;
     if (scaled(f)) {
         a *= f;
         b *= f;
     }
-    if (rotated) {
-        double t = c * a + s * b;
-        b = -s * a + c * b;
-        a = t;
-    }
+    // The inverse turn: by the negated sine.
+    if (dsh->coordspace.rotation != 0.0) turn(c, -s, a, b);
     *cell_x = a / g.xd;
     *cell_y = b / g.yd;
     return 0;
@@ -141,11 +129,7 @@ int raw_coord_to_cell(const dshdr *dsh, const vld::CellGeometry &g, const dscoor
     double ox, oy;
     raw_origin(dsh, g, c, s, ox, oy);
     double a = in.x - ox, b = -in.y - oy;
-    if (dsh->coordspace.rotation != 0.0) {
-        double t = c * a - s * b;
-        b = s * a + c * b;
-        a = t;
-    }
+    if (dsh->coordspace.rotation != 0.0) turn(c, s, a, b);
     *cell_x = a / g.xd;
     *cell_y = -b / g.yd;
     return 0;

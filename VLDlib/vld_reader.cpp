@@ -11,6 +11,7 @@
  * Everything here runs under vld_mutex_on, the one lock of all record reading
  * and writing.
  */
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -221,17 +222,35 @@ int eg_from_buffer(const char *text, VLD_READER reader, void *address_of_record)
 
 /* ---------------------------------------------------------------- lists */
 
-int conv_list_to_array(double **result, textnode *list, int expected)
+namespace {
+
+// Doubles are taken as they read.
+double list_value(const char *text, double *)
+{
+    return text_to_double(text);
+}
+
+// Integers are truncated toward zero and saturated at the ends of the range.
+int32_t list_value(const char *text, int32_t *)
+{
+    double d = text_to_double(text);
+    if (std::isnan(d)) return 0;
+    return d >= 2147483647.0 ? INT32_MAX : d <= -2147483648.0 ? INT32_MIN : static_cast<int32_t>(d);
+}
+
+// A list's elements as a new array of T; the list is freed. Returns the count.
+template <class T>
+int list_to_array(T **result, textnode *list, int expected)
 {
     MutexGuard lock;  // a count that doesn't match is reported on the open input
     int n = list_length(list);
     if (expected != -1 && expected != n) report_wrong_count(expected, n);
-    double *values = nullptr;
+    T *values = nullptr;
     if (n > 0) {
-        values = static_cast<double *>(malloc_or_die(sizeof(double) * static_cast<size_t>(n)));
+        values = static_cast<T *>(malloc_or_die(sizeof(T) * static_cast<size_t>(n)));
         int i = 0;
         for (const textnode *t = list; t != nullptr; t = t->next)
-            values[i++] = text_to_double(t->text);
+            values[i++] = list_value(t->text, values);
     }
     VLD_free_textnodes(list);
     if (result != nullptr)
@@ -241,29 +260,16 @@ int conv_list_to_array(double **result, textnode *list, int expected)
     return n;
 }
 
+}  // namespace
+
+int conv_list_to_array(double **result, textnode *list, int expected)
+{
+    return list_to_array(result, list, expected);
+}
+
 int conv_list_to_INT32_array(int32_t **result, textnode *list, int expected)
 {
-    MutexGuard lock;  // a count that doesn't match is reported on the open input
-    int n = list_length(list);
-    if (expected != -1 && expected != n) report_wrong_count(expected, n);
-    int32_t *values = nullptr;
-    if (n > 0) {
-        values = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * static_cast<size_t>(n)));
-        int i = 0;
-        for (const textnode *t = list; t != nullptr; t = t->next) {
-            // Truncated toward zero, saturated at the ends of the range.
-            double d = text_to_double(t->text);
-            values[i++] = d >= 2147483647.0    ? INT32_MAX
-                          : d <= -2147483648.0 ? INT32_MIN
-                                               : static_cast<int32_t>(d);
-        }
-    }
-    VLD_free_textnodes(list);
-    if (result != nullptr)
-        *result = values;
-    else
-        safe_free(values);
-    return n;
+    return list_to_array(result, list, expected);
 }
 
 int conv_list_to_2Darray(double ***result, textnode *list, int rows, int columns)
