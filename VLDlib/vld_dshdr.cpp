@@ -17,6 +17,7 @@
 #include <ctime>
 #include <string>
 
+#include "vld_alg.h"
 #include "vld_dshdr_internal.h"
 #include "vld_worldfile.h"
 #include "vln_path.h"
@@ -227,16 +228,12 @@ void write_vector(const vld::WriteContext &ctx)
 void read_algorithm(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     if (vld::DshdrReadState *state = state_of(ctx.aux)) state->algorithm_seen = true;
-    // The block can't be taken apart before the algorithm document is built;
-    // the header's reader reports that once the parse has stopped.
-    rf_report_error("An Algorithm block can't be read here yet");
+    keep_status(ctx, vld::read_embedded_algorithm(&hdr(ctx.record).algorithm));
 }
 
 void write_algorithm(const vld::WriteContext &ctx)
 {
-    const dshdr &d = hdr(ctx.record);
-    if (d.algorithm && vld::dshdr_hooks().write_algorithm)
-        vld::dshdr_hooks().write_algorithm(d.algorithm);
+    vld::write_embedded_algorithm(hdr(ctx.record).algorithm);
 }
 
 /* ---------------------------------------------------------------- omissions and auxiliary
@@ -379,7 +376,7 @@ void dh_free_extra(void *r)
     if (d.raster_features && hooks.free_raster_features)
         hooks.free_raster_features(d.raster_features);
     d.raster_features = nullptr;
-    if (d.algorithm && hooks.free_algorithm) hooks.free_algorithm(d.algorithm);
+    ef_algorithm(d.algorithm);
     d.algorithm = nullptr;
     ef_dshdr(d.source_dsh);
     d.source_dsh = nullptr;
@@ -394,7 +391,8 @@ void dh_copy_extra(void *dst, const void *src)
     d.raster_features = s.raster_features && hooks.copy_raster_features
                             ? hooks.copy_raster_features(s.raster_features)
                             : nullptr;
-    d.algorithm = s.algorithm && hooks.copy_algorithm ? hooks.copy_algorithm(s.algorithm) : nullptr;
+    d.algorithm = nullptr;
+    cp_algorithm_all(&d.algorithm, s.algorithm);
     d.source_dsh = nullptr;
     cp_dshdr(&d.source_dsh, s.source_dsh);
 }
@@ -460,8 +458,6 @@ int write_header(dshdr *d, const char *name, const vld::Record &r)
 {
     if (!d) return VLD_setup_error(12, "Null structure pointer");
     IoLock lock;
-    // Without the algorithm document's writer the block would be lost.
-    if (d->algorithm && !vld::dshdr_hooks().write_algorithm) return VLD_setup_error(21);
     char *translated = nullptr;
     if (name && d->dataset_type == DST_Translated) {
         translated = VLN_replace_ext(name, ".vld");
@@ -499,9 +495,7 @@ const vld::Record &vld::dshdr_vds_record()
 
 int vld::read_dshdr_document(dshdr *record, const char *filename, DshdrReadState &state)
 {
-    int status = rec_read(record, filename, dh_record, &state);
-    if (state.algorithm_seen) return VLD_setup_error(21);
-    return status;
+    return rec_read(record, filename, dh_record, &state);
 }
 
 /* ---------------------------------------------------------------- the family */

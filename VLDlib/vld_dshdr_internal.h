@@ -80,6 +80,11 @@ struct DshdrReadState {
     ~DshdrReadState() { ef_cellinfo(cs.old_cellinfo); }
 };
 
+/* The Algorithm block of a header, read into a new record at `slot` (an
+ * earlier one is freed) and written nested in the document being written. */
+int read_embedded_algorithm(struct algorithm **slot);
+void write_embedded_algorithm(const struct algorithm *alg);
+
 /* Reads one DatasetHeader document into `record` (allocated, zeroed or not)
  * with the record reader alone: no routing, no defaults of eg_dshdr. */
 int read_dshdr_document(dshdr *record, const char *filename, DshdrReadState &state);
@@ -91,15 +96,10 @@ void set_document_version(const char *version);
 
 /* ---------------------------------------------------------------- later modules */
 
-/* The algorithm document and the translators stand above the header, so the
- * header reaches them through these pointers; each is null until its module
- * installs it, and a null pointer makes the route report "not yet
- * implemented". */
+/* The translators stand above the header, so the header reaches them through
+ * these pointers; each is null until its module installs it, and a null
+ * pointer makes the route report "not yet implemented". */
 struct DshdrHooks {
-    void (*free_algorithm)(struct algorithm *alg);
-    struct algorithm *(*copy_algorithm)(const struct algorithm *alg);
-    /* Writes the Algorithm block nested in the document being written. */
-    int (*write_algorithm)(const struct algorithm *alg);
     void (*free_raster_features)(void *features);
     void *(*copy_raster_features)(const void *features);
 };

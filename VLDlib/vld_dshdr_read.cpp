@@ -9,14 +9,15 @@
  * scaled by the old cell size, and a vector dataset never stays in latitude
  * and longitude.
  *
- * The algorithm document and the translators stand above this module; until
- * they are built their routes give "not yet implemented" (21) or "Filetype
- * unknown" (169), as a header without them would.
+ * An algorithm, or a header with an Algorithm block, is a virtual dataset:
+ * its raster fields come from the algorithm. The translators stand above this
+ * module; until they are built their route gives "Filetype unknown" (169).
  */
 #include <cmath>
 #include <cstring>
 #include <string>
 
+#include "vld_alg.h"
 #include "vld_dshdr_internal.h"
 #include "vld_worldfile.h"
 #include "vln_path.h"
@@ -150,6 +151,19 @@ void finish(dshdr *d, const char *name, vld::DshdrReadState &state)
     replace(d->name, name);
 }
 
+/* Makes the header of a virtual dataset from its algorithm, unless the
+ * algorithm reads the dataset itself. */
+int setup_virtual(dshdr *d, const char *name)
+{
+    if (VLD_check_ds_in_alg(d->algorithm, nullptr, name))
+        return VLD_setup_vds_error("The Virtual Dataset \"%s\" points to itself, cannot load\n",
+                                   name);
+    reverse_alg_stack(d->algorithm);
+    int status = VLD_setup_dsh_from_alg(d);
+    if (!status) status = setup_all_region(d);
+    return status;
+}
+
 /* Whether the header of a dataset holds an algorithm and names a data file,
  * for VLN_fspec_clashes. */
 int probe_header(const char *vld_path, char **datafile, int *has_algorithm)
@@ -181,11 +195,26 @@ int eg_dshdr(dshdr **record, const char *name)
     *record = nullptr;
     if (empty_text(name)) return VLD_setup_error(9);
     IoLock lock;
-    // An algorithm is read by the algorithm document's reader, which isn't
-    // built yet.
-    if (ends_with(name, ".alg")) return VLD_setup_error(21);
-
     dshdr *d = nullptr;
+    if (ends_with(name, ".alg") && std::strlen(name) > 4) {
+        algorithm *alg = nullptr;
+        int status = eg_algorithm(&alg, name);
+        if (status) {
+            ef_algorithm(alg);
+            return status;
+        }
+        ea_dshdr(&d);
+        d->algorithm = alg;
+        replace(d->name, name);
+        status = setup_virtual(d, name);
+        if (status) {
+            ef_dshdr(d);
+            return status;
+        }
+        *record = d;
+        return 0;
+    }
+
     ea_dshdr(&d);
     vld::vld_config_load_once();
     vld::DshdrReadState state;
@@ -203,7 +232,11 @@ int eg_dshdr(dshdr **record, const char *name)
             if (foreign) status = read_foreign(name);
         }
     }
-    if (!status) finish(d, name, state);
+    if (!status && !d->algorithm) finish(d, name, state);
+    if (!status && d->algorithm) {
+        replace(d->name, name);
+        status = setup_virtual(d, name);
+    }
     if (!status && d->data_type == DT_Raster && d->info.r.nr_bands < 1 && !d->algorithm)
         status = VLD_setup_error(146, name);
     if (status) {

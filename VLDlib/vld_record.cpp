@@ -9,10 +9,13 @@
  * and emits each through ep_line, or ep_general for a nested block.
  */
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "vld_record_internal.h"
+#include "vld_dshdr.h"
 
 namespace vld {
 
@@ -66,6 +69,20 @@ const Field *find_field(const Record &r, int32_t code)
 const void *sub_aux_of(const Field &f, const void *record, const void *aux)
 {
     return f.sub_aux ? f.sub_aux(record, aux) : aux;
+}
+
+/* The degrees of an angle in radians, with as few digits as still read back
+ * to the same radians: 30 degrees is written 30, not 29.999999999999996. */
+double readable_degrees(double radians)
+{
+    double degrees = radians * kDegreesPerRadian;
+    for (int digits = 12; digits <= 16; digits++) {
+        char text[40];
+        std::snprintf(text, sizeof text, "%.*g", digits, degrees);
+        double shorter = std::strtod(text, nullptr);
+        if (shorter / kDegreesPerRadian == radians) return shorter;
+    }
+    return degrees;
 }
 
 /* Frees the owned part of a statement's value that nobody took. */
@@ -142,6 +159,16 @@ void generic_callback(void *context, VLD_STATEMENT *st)
         return;
     }
     void *record = ctx.record;
+    if (f->transient && !read_transients) {
+        if (st->type == VTYPE_BLOCK && f->sub) {
+            Field past = *f;
+            past.kind = Kind::Discard;
+            read_block(ctx, past);
+        } else {
+            drop_value(st);
+        }
+        return;
+    }
     switch (f->kind) {
         case Kind::Int32:
         case Kind::YesNo:
@@ -404,12 +431,13 @@ void rec_write_fields(const void *record, const Record &r, const void *aux)
     for (size_t i = 0; i < r.nfields; i++) {
         const Field &f = r.fields[i];
         if (f.read_only || f.kind == Kind::Discard || f.kind == Kind::Ignore) continue;
+        if (f.transient && !write_transients) continue;
         if (f.omit && f.omit(record, aux)) continue;
         WriteContext ctx{record, &r, aux, &f};
         const void *at = field_addr(record, f);
         switch (f.kind) {
             case Kind::Angle: {
-                double degrees = member<double>(record, f) * kDegreesPerRadian;
+                double degrees = readable_degrees(member<double>(record, f));
                 rec_write_line(ctx, &degrees);
                 break;
             }

@@ -110,6 +110,10 @@ struct Field {
     bool (*omit)(const void *record, const void *aux) = nullptr;
     /* A legacy keyword: read, never written. */
     bool read_only = false;
+    /* A transient: accepted on reading but kept only while read_transients is
+     * set, and written only while write_transients is set. A transient block
+     * needs `sub`, so that it can be read past. */
+    bool transient = false;
     /* String only: backslash sequences of the text become characters on
      * reading (convert_backquoted_chars). */
     bool unescape = false;

@@ -151,6 +151,13 @@ int64_t vln_filesize64(const char *path)
     return static_cast<int64_t>(st.st_size);
 }
 
+int64_t vln_file_mtime(const char *path)
+{
+    struct stat st;
+    if (path == nullptr || stat(path, &st) != 0) return -1;
+    return static_cast<int64_t>(st.st_mtime);
+}
+
 int64_t vln_fdsize64(int fd)
 {
     struct stat st;

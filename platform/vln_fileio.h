@@ -45,6 +45,10 @@ VLD_API int64_t vln_filesize64(const char *path);
 /* The size of an open file, or -1. */
 VLD_API int64_t vln_fdsize64(int fd);
 
+/* The time a file was last modified, in seconds since 1970, or -1 when it
+ * can't be read. */
+VLD_API int64_t vln_file_mtime(const char *path);
+
 /* Free blocks available to the caller, and the size of one block, on the file
  * system that holds `path`. 0, or row 50 (null path) or row 51. */
 VLD_API int vln_statfs(const char *path, int64_t *free_blocks, int64_t *block_size);

@@ -4,7 +4,8 @@
 #   scripts/fuzz.sh fuzz_blocktext 600
 #
 # The corpus lives in build-fuzz/corpus/TARGET and is seeded from the golden
-# block-text documents; crashes are kept in build-fuzz/artifacts/. A crash
+# block-text documents, or for fuzz_formula from the formula texts of
+# tests/data/formula; crashes are kept in build-fuzz/artifacts/. A crash
 # found here becomes a regression test of its module.
 set -euo pipefail
 
@@ -21,7 +22,11 @@ cmake --build "$build" --target "$target"
 corpus=$build/corpus/$target
 artifacts=$build/artifacts
 mkdir -p "$corpus" "$artifacts"
-for seed in "$root"/tests/data/blocktext/* "$root"/tests/data/dshdr/*; do
+case "$target" in
+  fuzz_formula) seeds=("$root"/tests/data/formula/*) ;;
+  *)            seeds=("$root"/tests/data/blocktext/* "$root"/tests/data/dshdr/*) ;;
+esac
+for seed in "${seeds[@]}"; do
     [ -f "$seed" ] && cp -n "$seed" "$corpus"/
 done
 

@@ -202,8 +202,9 @@ TEST(DshdrRead, FailuresGiveTheirRowAndText)
          dsh::raster_doc(bands + "  RegionInfo Begin\n   SubRegion = { 1 2 3 }\n"
                                  "  RegionInfo End\n"),
          7, "needs pairs of numbers"},
-        {"an algorithm inside", dsh::raster_doc(bands, "", "\tAlgorithm Begin\n\tAlgorithm End\n"),
-         21, "not yet implemented"},
+        {"an algorithm without corners",
+         dsh::raster_doc(bands, "", "\tAlgorithm Begin\n\tAlgorithm End\n"), 25,
+         "Coordinate missing in algorithm: topleft"},
         {"truncated", dsh::raster_doc(bands).substr(0, 80), 7, "Missing"},
         {"binary garbage first", std::string("\x7f\x45\x4c\x46\x02\x01\x01\0\xfe\xff", 10), 7,
          "Invalid header file, probably a binary file"},
@@ -258,7 +259,7 @@ TEST(DshdrRead, RoutesByName)
         int row;
     } cases[] = {
         {"null name", "", 9},
-        {"an algorithm", dir.file("view.alg"), 21},
+        {"a missing algorithm", dir.file("view.alg"), 1},
         {"missing header", dir.file("absent.vld"), 1},
         {"missing foreign file", dir.file("absent.tif"), 1},
         {"foreign file without a side header", image, 169},

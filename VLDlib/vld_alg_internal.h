@@ -1,0 +1,63 @@
+/*
+ * vld_alg_internal.h: what the algorithm document's sources share.
+ *
+ * The document is cut by record: the algorithm itself, surfaces and streams,
+ * formulae, transforms, kernels, the page and the 3D view each have a source of
+ * their own with their descriptor, and the reading state of one document is
+ * handed down to them as the aux of the record reader.
+ *
+ * Internal to VLDlib.
+ */
+#ifndef VORLAN_VLD_ALG_INTERNAL_H
+#define VORLAN_VLD_ALG_INTERNAL_H
+
+#include "vld_alg.h"
+#include "vld_dshdr_internal.h"
+#include "vld_record_internal.h"
+
+namespace vld {
+
+/* Descriptors of the document's records. */
+const Record &vld_algorithm_record();
+const Record &vld_surface_record();
+const Record &vld_stream_record();
+const Record &vld_streaminput_record();
+const Record &vld_formula_record();
+const Record &vld_formulaarg_record();
+const Record &vld_regionarg_record();
+const Record &vld_dsarg_record();
+const Record &vld_variablearg_record();
+const Record &vld_kernel_record();
+const Record &vld_transform_record();
+const Record &vld_lineardef_record();
+const Record &vld_expdef_record();
+const Record &vld_logdef_record();
+const Record &vld_histogram_record();
+const Record &vld_pagesize_record();
+const Record &vld_d3info_record();
+
+/* Frees and copies whole chains (by next) of the records that hang on a
+ * stream; a null chain is left alone or copied as null. Transform chains keep
+ * their prev links. */
+void free_transforms(transform *chain);
+transform *copy_transforms(const transform *chain);
+void free_kernels(kernel *chain);
+kernel *copy_kernels(const kernel *chain);
+void free_streaminputs(streaminput *chain);
+streaminput *copy_streaminputs(const streaminput *chain);
+
+/* Appends a stream to a surface's list. */
+void append_stream(surface *s, stream *st);
+
+/* Whether the algorithm being read or written is embedded in a dataset
+ * header: its dots-per-inch values then go with it as with transients. */
+bool embedded_io();
+void set_embedded_io(bool on);
+
+/* Sets up the layer of every stream that is on, in surfaces that are on:
+ * the last step of reading an algorithm that isn't embedded. */
+int setup_layers(algorithm *alg);
+
+}  // namespace vld
+
+#endif

@@ -1,0 +1,400 @@
+/*
+ * vln_formula_text.cpp: the canonical text of a formula tree.
+ *
+ * One printer writes every text form. Parentheses come back only where the
+ * formula had them; variables are printed as their values, so the text of a
+ * tree with variables has those values baked in. expr_to_list prints once,
+ * remembering where each reference to an input, region or dataset lies, and
+ * cuts the text at those marks for a user interface.
+ */
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "vln_formula_internal.h"
+
+namespace vlnf {
+
+namespace {
+
+void append_format(std::string &out, const char *fmt, ...) VLD_PRINTF(2, 3);
+void append_format(std::string &out, const char *fmt, ...)
+{
+    char buffer[64];
+    va_list args;
+    va_start(args, fmt);
+    vsnprintf(buffer, sizeof buffer, fmt, args);
+    va_end(args);
+    out += buffer;
+}
+
+const char *safe(const char *s)
+{
+    return s ? s : "";
+}
+
+/* A reference by number: the name table's entry, or prefix and number. */
+void print_ref(std::string &out, int number, const char *prefix, char **names, int type,
+               std::vector<TextRef> *refs)
+{
+    size_t start = out.size();
+    if (names && number >= 1)
+        out += safe(names[number - 1]);
+    else
+        append_format(out, "%s%d", safe(prefix), number);
+    if (refs) refs->push_back({start, out.size(), type, number});
+}
+
+void print_input(std::string &out, int number, const TextOptions &o, std::vector<TextRef> *refs)
+{
+    if (number == LOOP_INPUT_NUMBER) {
+        append_format(out, "%s?", safe(o.input_prefix));
+        return;
+    }
+    print_ref(out, number, o.input_prefix, o.input_names, FL_INPUT, refs);
+}
+
+void print_spec(std::string &out, const NameOrNumber *spec, const char *prefix, char **names,
+                int type, std::vector<TextRef> *refs)
+{
+    if (!spec) return;
+    if (spec->type == NN_NAME) {
+        out += '\'';
+        out += safe(spec->name);
+        out += '\'';
+    } else {
+        print_ref(out, spec->number, prefix, names, type, refs);
+    }
+}
+
+void print_region(std::string &out, const NameOrNumber *spec, const TextOptions &o,
+                  std::vector<TextRef> *refs)
+{
+    print_spec(out, spec, o.region_prefix, o.region_names, FL_REGION, refs);
+}
+
+void print_dataset(std::string &out, const NameOrNumber *spec, const TextOptions &o,
+                   std::vector<TextRef> *refs)
+{
+    print_spec(out, spec, o.dataset_prefix, o.dataset_names, FL_DATASET, refs);
+}
+
+void print_band_list(std::string &out, const BandSpec *list, const TextOptions &o,
+                     std::vector<TextRef> *refs)
+{
+    for (const BandSpec *b = list; b; b = b->next) {
+        if (b != list) out += ',';
+        print_bandspec(out, b, o, refs);
+    }
+}
+
+void print_input_nodes(std::string &out, const ExprNode *list, const TextOptions &o,
+                       std::vector<TextRef> *refs)
+{
+    for (const ExprNode *n = list; n; n = n->next) {
+        if (n != list) out += ',';
+        print_expr(out, n, o, refs);
+    }
+}
+
+void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
+                std::vector<TextRef> *refs)
+{
+    switch (n->kind) {
+        case EXPR_INPUT:
+            print_input(out, n->u.input.input_number, o, refs);
+            break;
+        case EXPR_NUMBER:
+            append_format(out, "%.13G", n->u.number.value);
+            break;
+        case EXPR_DSCONST:
+            print_dsconst(out, n, o, refs);
+            break;
+        case EXPR_SYMCONST:
+            out += sctype_text(n->u.symconst.sc_type);
+            break;
+        case EXPR_FUNC:
+            out += n->u.func.ff_type == FF_USER ? safe(n->u.func.name)
+                                                : fftype_text(n->u.func.ff_type);
+            out += '(';
+            for (const ExprNode *a = n->u.func.args; a; a = a->next) {
+                if (a != n->u.func.args) out += ", ";
+                print_expr(out, a, o, refs);
+            }
+            out += ')';
+            break;
+        case EXPR_OP:
+            if (n->u.op.op_type == OP_NEGATE) {
+                out += '-';
+                print_expr(out, n->u.op.left, o, refs);
+            } else if (n->u.op.op_type == OP_NOT) {
+                out += "NOT ";
+                print_expr(out, n->u.op.left, o, refs);
+            } else {
+                print_expr(out, n->u.op.left, o, refs);
+                out += ' ';
+                out += optype_text(n->u.op.op_type);
+                out += ' ';
+                print_expr(out, n->u.op.right, o, refs);
+            }
+            break;
+        case EXPR_SIGMA:
+            out += "SIGMA(";
+            for (const INumNode *i = n->u.sigma.inputs; i; i = i->next) {
+                if (i != n->u.sigma.inputs) out += ',';
+                print_input(out, i->number, o, refs);
+            }
+            out += " | ";
+            print_expr(out, n->u.sigma.body, o, refs);
+            out += ')';
+            break;
+        case EXPR_IF:
+            out += "IF ";
+            print_expr(out, n->u.ifx.condition, o, refs);
+            out += " THEN ";
+            print_expr(out, n->u.ifx.then_expr, o, refs);
+            out += " ELSE ";
+            print_expr(out, n->u.ifx.else_expr, o, refs);
+            break;
+        case EXPR_INREGION:
+            out += "INREGION(";
+            print_region(out, &n->u.inregion.region, o, refs);
+            out += ')';
+            break;
+        case EXPR_CELLX:
+            out += "CELLX()";
+            break;
+        case EXPR_CELLY:
+            out += "CELLY()";
+            break;
+        case EXPR_PIXELX:
+            out += "PIXELX()";
+            break;
+        case EXPR_PIXELY:
+            out += "PIXELY()";
+            break;
+        case EXPR_NULL:
+            out += "NULL";
+            break;
+        case EXPR_MAHAL:
+            out += "MAHAL(";
+            print_region(out, &n->u.mahal.region, o, refs);
+            out += ',';
+            print_input_nodes(out, n->u.mahal.inputs, o, refs);
+            out += ')';
+            break;
+        case EXPR_INPUTVECTOR:
+            out += "INPUTVECTOR(";
+            print_input_nodes(out, n->u.inputvector.inputs, o, refs);
+            out += ')';
+            break;
+        case EXPR_USERSTATS:
+            print_userstats(out, n, o, refs);
+            break;
+        case EXPR_ISNULL:
+            out += "ISNULL(";
+            print_expr(out, n->u.isnull.operand, o, refs);
+            out += ')';
+            break;
+        case EXPR_VARIABLE: {
+            double value = 0.0;
+            if (find_variable_value(n->u.variable.name, o.nr_variables, o.variables, &value))
+                append_format(out, "%f", value);
+            else
+                out += "0.0";
+            break;
+        }
+        default:
+            break;
+    }
+}
+
+/* Copies a printed text into a caller's buffer. */
+char *to_buffer(char *buffer, const std::string &text)
+{
+    if (buffer) memcpy(buffer, text.c_str(), text.size() + 1);
+    return buffer;
+}
+
+}  // namespace
+
+void print_expr(std::string &out, const ExprNode *tree, const TextOptions &options,
+                std::vector<TextRef> *refs)
+{
+    if (!tree) return;
+    if (tree->parenthesised) out += '(';
+    print_body(out, tree, options, refs);
+    if (tree->parenthesised) out += ')';
+}
+
+void print_bandspec(std::string &out, const BandSpec *band, const TextOptions &options,
+                    std::vector<TextRef> *refs)
+{
+    if (!band) return;
+    switch (band->type) {
+        case BS_NAME:
+            out += '\'';
+            out += safe(band->name);
+            out += '\'';
+            break;
+        case BS_BAND:
+            append_format(out, "BAND%d", band->number);
+            break;
+        default:
+            print_input(out, band->number, options, refs);
+            break;
+    }
+}
+
+void print_dsconst(std::string &out, const ExprNode *node, const TextOptions &options,
+                   std::vector<TextRef> *refs)
+{
+    const auto &d = node->u.dsconst;
+    out += dctype_text(d.dc_type);
+    out += '(';
+    if (d.band_list) {
+        print_band_list(out, d.band_list, options, refs);
+        out += " | ";
+    }
+    int count = dc_count_args(const_cast<ExprNode *>(node));
+    if (count >= 1) print_dataset(out, d.dataset, options, refs);
+    if (count >= 2) {
+        out += ',';
+        print_region(out, d.region, options, refs);
+    }
+    if (count >= 3) {
+        out += ',';
+        print_bandspec(out, d.band, options, refs);
+    }
+    if (count >= 4) {
+        out += ',';
+        if (d.nth) append_format(out, "%d", d.nth);
+    }
+    out += ')';
+}
+
+void print_userstats(std::string &out, const ExprNode *node, const TextOptions &options,
+                     std::vector<TextRef> *refs)
+{
+    const auto &u = node->u.userstats;
+    out += "USERSTATS(";
+    print_dataset(out, u.dataset, options, refs);
+    out += ',';
+    print_region(out, u.region, options, refs);
+    out += ',';
+    print_band_list(out, u.band_list, options, refs);
+    out += ')';
+}
+
+std::string expr_text(const ExprNode *tree, const TextOptions &options)
+{
+    std::string out;
+    print_expr(out, tree, options);
+    return out;
+}
+
+}  // namespace vlnf
+
+using namespace vlnf;
+
+namespace {
+
+TextOptions make_options(const char *input_prefix, char **input_names, const char *region_prefix,
+                         char **region_names, const char *dataset_prefix, char **dataset_names,
+                         int nr_variables, const variablearg *variables)
+{
+    TextOptions o;
+    o.input_prefix = input_prefix;
+    o.input_names = input_names;
+    o.region_prefix = region_prefix;
+    o.region_names = region_names;
+    o.dataset_prefix = dataset_prefix;
+    o.dataset_names = dataset_names;
+    o.nr_variables = nr_variables;
+    o.variables = variables;
+    return o;
+}
+
+}  // namespace
+
+int dc_count_args(ExprNode *dsconst)
+{
+    if (!dsconst || dsconst->kind != EXPR_DSCONST) return 0;
+    const auto &d = dsconst->u.dsconst;
+    if (d.nth != 0) return 4;
+    if (d.band) return 3;
+    if (d.region) return 2;
+    if (d.dataset) return 1;
+    return 0;
+}
+
+char *expr_to_string(char *buffer, ExprNode *tree, const char *input_prefix, char **input_names,
+                     const char *region_prefix, char **region_names, const char *dataset_prefix,
+                     char **dataset_names, int nr_variables, const variablearg *variables)
+{
+    TextOptions o = make_options(input_prefix, input_names, region_prefix, region_names,
+                                 dataset_prefix, dataset_names, nr_variables, variables);
+    return to_buffer(buffer, expr_text(tree, o));
+}
+
+int expr_to_list(FormulaList **list, ExprNode *tree, const char *input_prefix, char **input_names,
+                 const char *region_prefix, char **region_names, const char *dataset_prefix,
+                 char **dataset_names, int nr_variables, const variablearg *variables)
+{
+    TextOptions o = make_options(input_prefix, input_names, region_prefix, region_names,
+                                 dataset_prefix, dataset_names, nr_variables, variables);
+    std::string text;
+    std::vector<TextRef> refs;
+    print_expr(text, tree, o, &refs);
+
+    struct Entry {
+        int type;
+        std::string text;
+        int number;
+    };
+    std::vector<Entry> entries;
+    size_t at = 0;
+    for (const TextRef &r : refs) {
+        if (r.start > at) entries.push_back({FL_TEXT, text.substr(at, r.start - at), 0});
+        entries.push_back({r.type, text.substr(r.start, r.end - r.start), r.number});
+        at = r.end;
+    }
+    if (at < text.size() || entries.empty()) entries.push_back({FL_TEXT, text.substr(at), 0});
+
+    auto *out =
+        static_cast<FormulaList *>(malloc_or_die((entries.size() + 1) * sizeof(FormulaList)));
+    for (size_t i = 0; i < entries.size(); i++) {
+        out[i].type = entries[i].type;
+        out[i].text = strsave(entries[i].text.c_str());
+        out[i].number = entries[i].number;
+    }
+    out[entries.size()] = FormulaList{FL_END, nullptr, 0};
+    if (list)
+        *list = out;
+    else
+        free_FormulaList(out);
+    return 0;
+}
+
+char *dc_to_output_string(char *buffer, ExprNode *dsconst)
+{
+    std::string out;
+    if (dsconst) print_dsconst(out, dsconst, TextOptions());
+    return to_buffer(buffer, out);
+}
+
+char *bandspec_to_output_string(char *buffer, BandSpec *band)
+{
+    std::string out;
+    print_bandspec(out, band, TextOptions());
+    return to_buffer(buffer, out);
+}
+
+char *ustats_to_output_string(char *buffer, ExprNode *userstats)
+{
+    std::string out;
+    if (userstats) print_userstats(out, userstats, TextOptions());
+    return to_buffer(buffer, out);
+}

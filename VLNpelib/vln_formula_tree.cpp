@@ -1,0 +1,380 @@
+/*
+ * vln_formula_tree.cpp: formula trees: allocation, freeing, walking, counting.
+ *
+ * Nodes come zeroed from the core allocator and own everything they point to
+ * except their `next`. The counters and list builders all rest on one
+ * collector that knows which parts of which nodes refer to inputs, regions and
+ * datasets.
+ */
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "vln_formula_internal.h"
+
+namespace vlnf {
+
+ExprNode *new_node(int kind)
+{
+    auto *node = static_cast<ExprNode *>(malloc_or_die(sizeof(ExprNode)));
+    memset(node, 0, sizeof *node);
+    node->kind = kind;
+    return node;
+}
+
+NameOrNumber *new_name(const char *text, int length)
+{
+    auto *spec = static_cast<NameOrNumber *>(malloc_or_die(sizeof(NameOrNumber)));
+    memset(spec, 0, sizeof *spec);
+    spec->type = NN_NAME;
+    spec->name = strsave(std::string(text, length).c_str());
+    return spec;
+}
+
+NameOrNumber *new_number(int32_t number)
+{
+    auto *spec = static_cast<NameOrNumber *>(malloc_or_die(sizeof(NameOrNumber)));
+    memset(spec, 0, sizeof *spec);
+    spec->type = NN_NUMBER;
+    spec->number = number;
+    return spec;
+}
+
+BandSpec *new_bandspec(int type, const char *text, int length, int32_t number)
+{
+    auto *band = static_cast<BandSpec *>(malloc_or_die(sizeof(BandSpec)));
+    memset(band, 0, sizeof *band);
+    band->type = type;
+    if (type == BS_NAME) band->name = strsave(std::string(text, length).c_str());
+    band->number = number;
+    return band;
+}
+
+INumNode *new_inum(int32_t number)
+{
+    auto *inum = static_cast<INumNode *>(malloc_or_die(sizeof(INumNode)));
+    inum->next = nullptr;
+    inum->number = number;
+    return inum;
+}
+
+void free_name_or_number_contents(NameOrNumber *spec)
+{
+    if (!spec) return;
+    safe_free(spec->name);
+    spec->name = nullptr;
+}
+
+namespace {
+
+void add_bandspec(const BandSpec *band, RefKind kind, std::vector<int32_t> &out)
+{
+    if (kind == RefKind::Input && band && band->type == BS_INPUT &&
+        band->number != LOOP_INPUT_NUMBER)
+        out.push_back(band->number);
+}
+
+void add_spec(const NameOrNumber *spec, std::vector<int32_t> &out)
+{
+    if (spec && spec->type == NN_NUMBER) out.push_back(spec->number);
+}
+
+struct Collect {
+    RefKind kind;
+    std::vector<int32_t> *out;
+};
+
+void collect_visit(ExprNode *node, void *arg)
+{
+    auto *c = static_cast<Collect *>(arg);
+    std::vector<int32_t> &out = *c->out;
+    switch (node->kind) {
+        case EXPR_INPUT:
+            // Inputs listed by MAHAL and INPUTVECTOR are EXPR_INPUT nodes too.
+            if (c->kind == RefKind::Input && node->u.input.input_number != LOOP_INPUT_NUMBER)
+                out.push_back(node->u.input.input_number);
+            break;
+        case EXPR_DSCONST: {
+            const auto &d = node->u.dsconst;
+            for (const BandSpec *b = d.band_list; b; b = b->next) add_bandspec(b, c->kind, out);
+            add_bandspec(d.band, c->kind, out);
+            if (c->kind == RefKind::Region) add_spec(d.region, out);
+            if (c->kind == RefKind::Dataset) add_spec(d.dataset, out);
+            break;
+        }
+        case EXPR_SIGMA:
+            if (c->kind == RefKind::Input) {
+                for (const INumNode *i = node->u.sigma.inputs; i; i = i->next)
+                    if (i->number != LOOP_INPUT_NUMBER) out.push_back(i->number);
+            }
+            break;
+        case EXPR_USERSTATS: {
+            const auto &s = node->u.userstats;
+            for (const BandSpec *b = s.band_list; b; b = b->next) add_bandspec(b, c->kind, out);
+            if (c->kind == RefKind::Region) add_spec(s.region, out);
+            if (c->kind == RefKind::Dataset) add_spec(s.dataset, out);
+            break;
+        }
+        case EXPR_INREGION:
+            if (c->kind == RefKind::Region) add_spec(&node->u.inregion.region, out);
+            break;
+        case EXPR_MAHAL:
+            if (c->kind == RefKind::Region) add_spec(&node->u.mahal.region, out);
+            break;
+        default:
+            break;
+    }
+}
+
+/* Sorted, and without repeats unless asked to keep them. */
+std::vector<int32_t> sorted_numbers(ExprNode *tree, RefKind kind, bool keep_duplicates)
+{
+    std::vector<int32_t> numbers;
+    collect_numbers(tree, kind, numbers);
+    std::sort(numbers.begin(), numbers.end());
+    if (!keep_duplicates) numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+    return numbers;
+}
+
+int make_list(INumNode **list, ExprNode *tree, RefKind kind, int keep_duplicates)
+{
+    std::vector<int32_t> numbers = sorted_numbers(tree, kind, keep_duplicates != 0);
+    INumNode *head = nullptr;
+    for (auto it = numbers.rbegin(); it != numbers.rend(); ++it) {
+        INumNode *n = new_inum(*it);
+        n->next = head;
+        head = n;
+    }
+    if (list)
+        *list = head;
+    else
+        free_INumNode_list(head);
+    return static_cast<int>(numbers.size());
+}
+
+void collect_variables(ExprNode *node, void *arg)
+{
+    if (node->kind == EXPR_VARIABLE)
+        static_cast<std::vector<const char *> *>(arg)->push_back(node->u.variable.name);
+}
+
+/* Variable names sorted ignoring case; one of each unless duplicates are kept. */
+std::vector<const char *> variable_names(ExprNode *tree, bool keep_duplicates)
+{
+    std::vector<const char *> names;
+    walk_formula(tree, collect_variables, &names);
+    auto less = [](const char *a, const char *b) { return strcasecmp(a, b) < 0; };
+    std::stable_sort(names.begin(), names.end(), less);
+    if (!keep_duplicates) {
+        auto same = [](const char *a, const char *b) { return strcasecmp(a, b) == 0; };
+        names.erase(std::unique(names.begin(), names.end(), same), names.end());
+    }
+    return names;
+}
+
+}  // namespace
+
+void collect_numbers(ExprNode *tree, RefKind kind, std::vector<int32_t> &out)
+{
+    Collect c{kind, &out};
+    walk_formula(tree, collect_visit, &c);
+}
+
+}  // namespace vlnf
+
+using namespace vlnf;
+
+void free_INumNode_list(INumNode *list)
+{
+    while (list) {
+        INumNode *next = list->next;
+        safe_free(list);
+        list = next;
+    }
+}
+
+void free_BandSpec_list(BandSpec *list)
+{
+    while (list) {
+        BandSpec *next = list->next;
+        safe_free(list->name);
+        safe_free(list);
+        list = next;
+    }
+}
+
+void free_NameOrNumber(NameOrNumber *spec)
+{
+    if (!spec) return;
+    safe_free(spec->name);
+    safe_free(spec);
+}
+
+void free_ExprNode(ExprNode *node)
+{
+    if (!node) return;
+    switch (node->kind) {
+        case EXPR_DSCONST:
+            free_BandSpec_list(node->u.dsconst.band_list);
+            free_NameOrNumber(node->u.dsconst.dataset);
+            free_NameOrNumber(node->u.dsconst.region);
+            free_BandSpec_list(node->u.dsconst.band);
+            break;
+        case EXPR_FUNC:
+            safe_free(node->u.func.name);
+            free_ExprNode_list(node->u.func.args);
+            break;
+        case EXPR_OP:
+            free_ExprNode(node->u.op.left);
+            free_ExprNode(node->u.op.right);
+            break;
+        case EXPR_SIGMA:
+            free_INumNode_list(node->u.sigma.inputs);
+            free_ExprNode(node->u.sigma.body);
+            break;
+        case EXPR_IF:
+            free_ExprNode(node->u.ifx.condition);
+            free_ExprNode(node->u.ifx.then_expr);
+            free_ExprNode(node->u.ifx.else_expr);
+            break;
+        case EXPR_INREGION:
+            free_name_or_number_contents(&node->u.inregion.region);
+            break;
+        case EXPR_MAHAL:
+            free_name_or_number_contents(&node->u.mahal.region);
+            free_ExprNode_list(node->u.mahal.inputs);
+            break;
+        case EXPR_INPUTVECTOR:
+            free_ExprNode_list(node->u.inputvector.inputs);
+            break;
+        case EXPR_USERSTATS:
+            free_NameOrNumber(node->u.userstats.dataset);
+            free_NameOrNumber(node->u.userstats.region);
+            free_BandSpec_list(node->u.userstats.band_list);
+            break;
+        case EXPR_ISNULL:
+            free_ExprNode(node->u.isnull.operand);
+            break;
+        case EXPR_VARIABLE:
+            safe_free(node->u.variable.name);
+            break;
+        default:
+            break;
+    }
+    safe_free(node);
+}
+
+void free_ExprNode_list(ExprNode *list)
+{
+    while (list) {
+        ExprNode *next = list->next;
+        free_ExprNode(list);
+        list = next;
+    }
+}
+
+void free_FormulaList(FormulaList *list)
+{
+    if (!list) return;
+    for (FormulaList *e = list; e->type != FL_END; e++) safe_free(e->text);
+    safe_free(list);
+}
+
+void walk_formula(ExprNode *node, void (*visit)(ExprNode *node, void *arg), void *arg)
+{
+    if (!node) return;
+    visit(node, arg);
+    switch (node->kind) {
+        case EXPR_FUNC:
+            for (ExprNode *a = node->u.func.args; a; a = a->next) walk_formula(a, visit, arg);
+            break;
+        case EXPR_OP:
+            walk_formula(node->u.op.left, visit, arg);
+            walk_formula(node->u.op.right, visit, arg);
+            break;
+        case EXPR_SIGMA:
+            walk_formula(node->u.sigma.body, visit, arg);
+            break;
+        case EXPR_IF:
+            walk_formula(node->u.ifx.condition, visit, arg);
+            walk_formula(node->u.ifx.then_expr, visit, arg);
+            walk_formula(node->u.ifx.else_expr, visit, arg);
+            break;
+        case EXPR_MAHAL:
+            for (ExprNode *a = node->u.mahal.inputs; a; a = a->next) walk_formula(a, visit, arg);
+            break;
+        case EXPR_INPUTVECTOR:
+            for (ExprNode *a = node->u.inputvector.inputs; a; a = a->next)
+                walk_formula(a, visit, arg);
+            break;
+        case EXPR_ISNULL:
+            walk_formula(node->u.isnull.operand, visit, arg);
+            break;
+        default:
+            break;
+    }
+}
+
+int count_formula_inputs(ExprNode *tree)
+{
+    return static_cast<int>(sorted_numbers(tree, RefKind::Input, false).size());
+}
+
+int count_input_occurances(ExprNode *tree)
+{
+    std::vector<int32_t> numbers;
+    collect_numbers(tree, RefKind::Input, numbers);
+    return static_cast<int>(numbers.size());
+}
+
+int count_formula_regions(ExprNode *tree)
+{
+    return static_cast<int>(sorted_numbers(tree, RefKind::Region, false).size());
+}
+
+int count_formula_datasets(ExprNode *tree)
+{
+    return static_cast<int>(sorted_numbers(tree, RefKind::Dataset, false).size());
+}
+
+int count_formula_variables(ExprNode *tree)
+{
+    return static_cast<int>(variable_names(tree, false).size());
+}
+
+int create_input_list(INumNode **list, ExprNode *tree, int keep_duplicates)
+{
+    return make_list(list, tree, RefKind::Input, keep_duplicates);
+}
+
+int create_region_list(INumNode **list, ExprNode *tree, int keep_duplicates)
+{
+    return make_list(list, tree, RefKind::Region, keep_duplicates);
+}
+
+int create_dataset_list(INumNode **list, ExprNode *tree, int keep_duplicates)
+{
+    return make_list(list, tree, RefKind::Dataset, keep_duplicates);
+}
+
+int create_variable_list(variablearg **vars, int *count, ExprNode *tree, int keep_duplicates)
+{
+    std::vector<const char *> names = variable_names(tree, keep_duplicates != 0);
+    variablearg *array = nullptr;
+    if (!names.empty()) {
+        array = static_cast<variablearg *>(malloc_or_die(names.size() * sizeof(variablearg)));
+        for (size_t i = 0; i < names.size(); i++) {
+            array[i].name = strsave(names[i]);
+            array[i].value = 0.0;
+        }
+    }
+    if (vars) {
+        *vars = array;
+    } else {
+        for (size_t i = 0; i < names.size(); i++) safe_free(array[i].name);
+        safe_free(array);
+    }
+    if (count) *count = static_cast<int>(names.size());
+    return 0;
+}

@@ -1,0 +1,1 @@
+-I1 <= -2.5 OR CELLX() >= PIXELY() AND 1 <> .5

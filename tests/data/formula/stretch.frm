@@ -1,0 +1,1 @@
+IF I1 > MEAN(,,B1) THEN (I1 - RMIN(,,B1)) / (RMAX(,,B1) - RMIN(,,B1)) ELSE NULL

@@ -1,0 +1,1 @@
+classify3_f(INPUTVECTOR(I1..I3), USERSTATS(D1,R1,B1..B3), Gain * PI)
