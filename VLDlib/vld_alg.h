@@ -69,12 +69,12 @@ enum {
 /* Kernel Type. */
 enum { KT_Unknown = 1, KT_Convolution = 2, KT_Threshold = 3, KT_User = 4 };
 
-enum { PVM_Normal = 0, PVM_Layout = 1, PVM_Contents = 2 };                 /* PageViewMode */
+enum { PVM_Normal = 0, PVM_Layout = 1, PVM_Contents = 2 }; /* PageViewMode */
 enum { VM_Planimetric2D = 0, VM_Planimetric3D, VM_Perspective3D, VM_Flythrough, VM_EpipolarModel };
-enum { SS_NearestNeighbour = 0, SS_Bilinear = 1 };                          /* SuperSampling */
-enum { MT_Overlay = 0, MT_Feather = 1 };                                    /* MosaicType */
-enum { PC_None = 0, PC_Page = 1, PC_Border = 2, PC_Scale = 3 };             /* PageConstraint */
-enum { PV_None = 0, PV_MergeWithRaster = 1, PV_AfterRasterOkay = 2 };       /* ProcessVectors */
+enum { SS_NearestNeighbour = 0, SS_Bilinear = 1 };                    /* SuperSampling */
+enum { MT_Overlay = 0, MT_Feather = 1 };                              /* MosaicType */
+enum { PC_None = 0, PC_Page = 1, PC_Border = 2, PC_Scale = 3 };       /* PageConstraint */
+enum { PV_None = 0, PV_MergeWithRaster = 1, PV_AfterRasterOkay = 2 }; /* ProcessVectors */
 
 /* Number of buckets of every histogram of the engine. */
 #define VLD_HIST_BUCKETS 256
@@ -116,8 +116,8 @@ typedef struct transform {
     int32_t id;
     double min_output, max_output;
     double min_input, max_input;
-    int32_t type;      /* TT_ */
-    void *definition;  /* lineardef, expdef or logdef by type; null otherwise */
+    int32_t type;     /* TT_ */
+    void *definition; /* lineardef, expdef or logdef by type; null otherwise */
     histogram *histogram;
     int32_t do_in_realtime;
 } transform;
@@ -307,8 +307,8 @@ typedef struct algorithm {
     double dots_per_inch_across, dots_per_inch_down;
     int32_t enforce_aspect, do_optimisation, do_compilation, calc_histograms, colour24;
     int32_t reserved_colours;
-    uint8_t *reserved_colours8;   /* reserved_colours entries */
-    uint8_t *reserved_colours24;  /* reserved_colours triples */
+    uint8_t *reserved_colours8;  /* reserved_colours entries */
+    uint8_t *reserved_colours24; /* reserved_colours triples */
     uint8_t null_colour;
     uint8_t background_colour[3];
     double null_value;
@@ -551,7 +551,8 @@ VLD_API int VLN_calc_alg_abs_extents(algorithm *alg, dscoord *top_left, dscoord 
                                      int turned_off_surfaces, int turned_off_streams,
                                      int invalid_streams);
 
-/* ---------------------------------------------------------------- default algorithms and queries */
+/* ---------------------------------------------------------------- default algorithms and queries
+ */
 
 /* The band groups of a surface: streams that share a description. */
 typedef struct msinfo {
@@ -569,11 +570,10 @@ VLD_API int VLD_setup_dsh_from_alg(dshdr *header);
 VLD_API int VLN_get_algorithm_nominal_cell_size(algorithm *alg, double *x, double *y);
 VLD_API int VLN_get_algorithm_nominal_cell_sizeEx(algorithm *alg, double *x, double *y, int flag);
 VLD_API int VLN_get_algorithm_default_image_and_cell_dimensions(algorithm *alg, int *lines,
-                                                                int *cells, double *x,
-                                                                double *y);
+                                                                int *cells, double *x, double *y);
 VLD_API int VLN_get_algorithm_default_image_and_cell_dimensionsEx(algorithm *alg, int *lines,
-                                                                  int *cells, double *x,
-                                                                  double *y, int flag);
+                                                                  int *cells, double *x, double *y,
+                                                                  int flag);
 VLD_API int VLN_get_algorithm_band_info(algorithm *alg, int *count, bandid **bandids);
 VLD_API int VLN_get_algorithm_dsh(algorithm *alg, dshdr **header);
 VLD_API int VLN_get_algorithm_dshEx(algorithm *alg, dshdr **header, int flag);

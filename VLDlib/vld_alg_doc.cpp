@@ -31,24 +31,9 @@ struct IoLock {
     ~IoLock() { vld_mutex_off(); }
 };
 
-/* The state of one Algorithm read, handed down as its aux. */
-struct AlgReadState {
-    vld::CoordspaceSpecial cs;
-    int32_t old_display_mode = 0;
-    char *old_lookup_table = nullptr;
-    std::vector<stream *> old_streams;
-    bool canvas_seen = false;
-    ~AlgReadState()
-    {
-        ef_cellinfo(cs.old_cellinfo);
-        safe_free(old_lookup_table);
-        for (stream *s : old_streams) ef_stream(s);
-    }
-};
-
-AlgReadState *state_of(const void *aux)
+vld::AlgReadState *state_of(const void *aux)
 {
-    return static_cast<AlgReadState *>(const_cast<void *>(aux));
+    return static_cast<vld::AlgReadState *>(const_cast<void *>(aux));
 }
 
 bool embedded = false;
@@ -227,11 +212,11 @@ void write_surfaces(const vld::WriteContext &ctx)
 
 void read_display_mode(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
-    if (AlgReadState *state = state_of(ctx.aux)) state->old_display_mode = st->value.i;
+    if (vld::AlgReadState *state = state_of(ctx.aux)) state->old_display_mode = st->value.i;
 }
 void read_old_lut(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
-    if (AlgReadState *state = state_of(ctx.aux)) {
+    if (vld::AlgReadState *state = state_of(ctx.aux)) {
         safe_free(state->old_lookup_table);
         state->old_lookup_table = st->value.s;
         st->value.s = nullptr;
@@ -244,7 +229,7 @@ void read_old_stream(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     auto *st = static_cast<stream *>(vld::rec_alloc(vld::vld_stream_record()));
     keep_status(ctx, vld::rec_read(st, nullptr, vld::vld_stream_record()));
-    if (AlgReadState *state = state_of(ctx.aux))
+    if (vld::AlgReadState *state = state_of(ctx.aux))
         state->old_streams.push_back(st);
     else
         ef_stream(st);
@@ -261,7 +246,18 @@ void read_reserved(vld::ReadContext &ctx, VLD_STATEMENT *st)
     bool ok =
         vld::list_to_doubles(list, values, triples ? "ReservedColours24bit" : "ReservedColours");
     if (!ok) return;
+    for (double v : values)
+        if (!(v >= 0 && v <= 255)) {
+            rf_report_error("Value out of range in ReservedColours");
+            return;
+        }
     size_t n = triples ? values.size() / 3 : values.size();
+    // The two lists share one count: one of another length is dropped.
+    uint8_t *&other = triples ? a.reserved_colours8 : a.reserved_colours24;
+    if (other && static_cast<size_t>(a.reserved_colours) != n) {
+        safe_free(other);
+        other = nullptr;
+    }
     uint8_t *&slot = triples ? a.reserved_colours24 : a.reserved_colours8;
     safe_free(slot);
     slot = nullptr;
@@ -331,7 +327,7 @@ void read_canvas(vld::ReadContext &ctx, VLD_STATEMENT *)
     algorithm &a = alg_of(ctx.record);
     dscoord &c = ctx.field->code == AL_CANVAS_TL ? a.canvas_top_left : a.canvas_bottom_right;
     keep_status(ctx, vld::rec_read(&c, nullptr, vld::dscoord_record(), a.coordspace));
-    if (AlgReadState *state = state_of(ctx.aux)) state->canvas_seen = true;
+    if (vld::AlgReadState *state = state_of(ctx.aux)) state->canvas_seen = true;
 }
 void write_canvas(const vld::WriteContext &ctx)
 {
@@ -356,7 +352,7 @@ bool omit_3d(const void *r, const void *)
 
 const void *space_aux(const void *, const void *aux)
 {
-    AlgReadState *state = state_of(aux);
+    vld::AlgReadState *state = state_of(aux);
     return state ? &state->cs : nullptr;
 }
 /* Corners read and write by the algorithm's space. */
@@ -653,159 +649,6 @@ const vld::Record al_record = {
     .equal_extra = al_equal_extra,
 };
 
-/* ---------------------------------------------------------------- finishing a read */
-
-dscoord *new_coord(const dscoord &c)
-{
-    auto *p = static_cast<dscoord *>(malloc_or_die(sizeof(dscoord)));
-    *p = c;
-    return p;
-}
-
-/* A surface for old streams and old documents, in the old mode and table. */
-surface *old_surface(const AlgReadState &state, bool with_stream)
-{
-    surface *s = nullptr;
-    df_surface(&s);
-    if (!with_stream) {
-        for (stream *st = s->first_stream; st;) {
-            stream *next = st->next;
-            ef_stream(st);
-            st = next;
-        }
-        s->first_stream = nullptr;
-    }
-    if (state.old_display_mode > 0 && state.old_display_mode != CM_Unknown)
-        s->color_mode = state.old_display_mode;
-    if (state.old_lookup_table) {
-        safe_free(s->lookup_table);
-        s->lookup_table = strsave(state.old_lookup_table);
-    }
-    return s;
-}
-
-void push_surface(algorithm &a, surface *s)
-{
-    surface **tail = &a.surfaces, *prev = nullptr;
-    while (*tail) {
-        prev = *tail;
-        tail = &(*tail)->next;
-    }
-    *tail = s;
-    s->prev = prev;
-    s->next = nullptr;
-}
-
-/* Old top-level streams go to the surface their StreamSurfaceId numbers
- * (from 1; 0 is the first), made as needed. */
-void place_old_streams(algorithm &a, AlgReadState &state)
-{
-    for (stream *st : state.old_streams) {
-        int want = st->surface_id > 1 ? st->surface_id : 1;
-        int have = nr_surfaces_in_alg(&a);
-        for (; have < want; have++) push_surface(a, old_surface(state, false));
-        vld::append_stream(surface_at(a, want - 1), st);
-    }
-    state.old_streams.clear();
-}
-
-/* The view settings of documents before 3D views had modes. */
-void upgrade_3d(algorithm &a)
-{
-    if (a.d3info.draw_mode == 0 || !a.version || std::atof(a.version) >= 5.5) return;
-    a.view_mode = a.d3info.fly_thru_mode ? VM_Flythrough : VM_Planimetric3D;
-    a.d3info.degen_mode = 0;
-    surface *s = a.surfaces;
-    if (!s) return;
-    s->z_scale = a.d3info.z_scale * 100.0;
-    s->z_offset = 0.0;
-    int type = a.coordspace ? a.coordspace->coordsystype : CST_RAW;
-    if (type == CST_RAW || type == CST_None || std::isnan(s->z_scale) || !a.top_left ||
-        !a.bottom_right)
-        return;
-    double m = 0.0;
-    if (distance_coords_meters(a.coordspace, a.top_left, a.bottom_right, &m) != 0 || m == 0.0)
-        return;
-    double dx = a.bottom_right->x - a.top_left->x;
-    double dy = a.bottom_right->y - a.top_left->y;
-    if (dx == 0.0) return;
-    s->z_scale = 0.3333333333333333 / (std::sqrt(dx * dx + dy * dy) / m * 85.0 / dx) * s->z_scale;
-}
-
-void settle_ranges(surface &s)
-{
-    if (s.z_scale_min < 0) s.z_scale_min = 0;
-    bool f = s.z_scale_min == 0 && s.z_scale_max == 0 && s.z_offset_min == 0 && s.z_offset_max == 0;
-    if (!std::isnan(s.z_scale)) {
-        if (s.z_scale < 0) {
-            s.z_scale = vln_nanval();
-        } else {
-            if (f || s.z_scale < s.z_scale_min)
-                s.z_scale_min = s.z_scale - 50 < 0 ? 0 : s.z_scale - 50;
-            if (f || s.z_scale > s.z_scale_max) s.z_scale_max = s.z_scale + 50;
-        }
-    }
-    if (!std::isnan(s.z_offset)) {
-        if (f || s.z_offset < s.z_offset_min) s.z_offset_min = s.z_offset - 1000;
-        if (f || s.z_offset >= s.z_offset_max) s.z_offset_max = s.z_offset + 1000;
-    }
-}
-
-/* Selects the first surface and stream, and the inputs that intensity and
- * height come from. */
-void select_first(algorithm &a)
-{
-    for (surface *s = a.surfaces; s; s = s->next) s->selected = 0;
-    a.current_surface = a.surfaces;
-    if (a.current_surface) a.current_surface->selected = 1;
-    a.current_stream = a.current_surface ? a.current_surface->first_stream : nullptr;
-    a.intensity_input = a.height_input = a.current_stream;
-    a.intensity_streaminput = a.height_streaminput =
-        a.current_stream ? a.current_stream->stream_inputs : nullptr;
-}
-
-/* Steps 3 on of reading: what the parsed record needs to be whole. */
-int finish_read(algorithm &a, const char *name, AlgReadState &state)
-{
-    if (!a.top_left) return VLD_setup_error(25, "topleft");
-    if (!a.bottom_right) return VLD_setup_error(25, "bottomright");
-    if (state.cs.old_cellinfo) {
-        const cellinfo &c = *state.cs.old_cellinfo;
-        a.top_left->x *= c.x_dimension;
-        a.top_left->y *= c.y_dimension;
-        a.bottom_right->x *= c.x_dimension;
-        a.bottom_right->y *= c.y_dimension;
-        ef_cellinfo(state.cs.old_cellinfo);
-        state.cs.old_cellinfo = nullptr;
-    }
-    if (!a.adjusted_bottom_right) a.adjusted_bottom_right = new_coord(*a.bottom_right);
-    if (!state.canvas_seen) a.canvas_top_left = a.canvas_bottom_right = *a.top_left;
-    if (name) {
-        safe_free(a.name);
-        a.name = strsave(name);
-    }
-    place_old_streams(a, state);
-    int status = check_pagesize(&a);
-    if (status) return status;
-    for (surface *s = a.surfaces; s; s = s->next)
-        for (stream *st = s->first_stream; st; st = st->next)
-            if (st->type == ST_DynamicLink && st->link_type == LT_Monocolour &&
-                st->filter_program_name && std::strcmp(st->filter_program_name, "vlnps_vlvec") == 0)
-                st->link_type = LT_TrueColour;
-    const uint8_t *bg = a.background_colour;
-    int luminance = (bg[0] * 77 + bg[1] * 150 + bg[2] * 29) >> 8;
-    std::memset(a.stipple_colour24, luminance < 129 ? 255 : 0, 3);
-    if (!a.surfaces) push_surface(a, old_surface(state, true));
-    int id = 1;
-    for (surface *s = a.surfaces; s; s = s->next, id++)
-        for (stream *st = s->first_stream; st; st = st->next) st->surface_id = id;
-    select_first(a);
-    upgrade_3d(a);
-    for (surface *s = a.surfaces; s; s = s->next) settle_ranges(*s);
-    if (a.d3info.window_aspect_ratio == 0.0) a.d3info.window_aspect_ratio = 1.0;
-    return 0;
-}
-
 /* Reads `name` into a new record at `address`, with `embedded` as given. */
 int read_algorithm(algorithm **address, const char *name, bool inner)
 {
@@ -815,9 +658,9 @@ int read_algorithm(algorithm **address, const char *name, bool inner)
     vld::vld_config_load_once();
     bool outer = embedded;
     embedded = inner;
-    AlgReadState state;
+    vld::AlgReadState state;
     int status = vld::rec_read(*address, name, al_record, &state, "Algorithm");
-    if (!status) status = finish_read(**address, name, state);
+    if (!status) status = vld::finish_read(**address, name, state);
     embedded = outer;
     if (!status && !inner) status = vld::setup_layers(*address);
     return status;
@@ -945,12 +788,12 @@ int df_algorithm(algorithm **record)
     a->surfaces = s;
     df_coordspace(&a->coordspace);
     double nan = vln_nanval();
-    a->top_left = new_coord({0.0, 0.0, nan});
-    a->bottom_right = new_coord({1000.0, 1000.0, nan});
-    a->adjusted_bottom_right = new_coord(*a->bottom_right);
+    a->top_left = vld::new_coord({0.0, 0.0, nan});
+    a->bottom_right = vld::new_coord({1000.0, 1000.0, nan});
+    a->adjusted_bottom_right = vld::new_coord(*a->bottom_right);
     a->canvas_top_left = a->canvas_bottom_right = *a->top_left;
     std::memset(a->stipple_colour24, 255, 3);
-    select_first(*a);
+    vld::select_first(*a);
     return check_pagesize(a);
 }
 
@@ -988,9 +831,9 @@ int vld::read_embedded_algorithm(algorithm **slot)
     *slot = static_cast<algorithm *>(rec_alloc(al_record));
     bool outer = embedded;
     embedded = true;
-    AlgReadState state;
+    vld::AlgReadState state;
     int status = rec_read(*slot, nullptr, al_record, &state);
-    if (!status) status = finish_read(**slot, nullptr, state);
+    if (!status) status = vld::finish_read(**slot, nullptr, state);
     embedded = outer;
     return status;
 }
@@ -1002,4 +845,15 @@ void vld::write_embedded_algorithm(const algorithm *alg)
     embedded = true;
     rec_write(alg, nullptr, al_record, nullptr, "Algorithm");
     embedded = outer;
+}
+
+int vld::read_algorithm_document(algorithm *alg, const char *filename)
+{
+    bool outer = embedded;
+    embedded = true;
+    vld::AlgReadState state;
+    int status = rec_read(alg, filename, al_record, &state, "Algorithm");
+    if (!status) status = vld::finish_read(*alg, nullptr, state);
+    embedded = outer;
+    return status;
 }

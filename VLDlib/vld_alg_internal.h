@@ -11,6 +11,8 @@
 #ifndef VORLAN_VLD_ALG_INTERNAL_H
 #define VORLAN_VLD_ALG_INTERNAL_H
 
+#include <vector>
+
 #include "vld_alg.h"
 #include "vld_dshdr_internal.h"
 #include "vld_record_internal.h"
@@ -46,6 +48,36 @@ kernel *copy_kernels(const kernel *chain);
 void free_streaminputs(streaminput *chain);
 streaminput *copy_streaminputs(const streaminput *chain);
 
+/* The state of one Algorithm read, handed down as the aux of its record: what
+ * the old forms of the document leave for the end of the read. */
+struct AlgReadState {
+    vld::CoordspaceSpecial cs;
+    int32_t old_display_mode = 0;
+    char *old_lookup_table = nullptr;
+    std::vector<stream *> old_streams;
+    bool canvas_seen = false;
+    ~AlgReadState()
+    {
+        ef_cellinfo(cs.old_cellinfo);
+        safe_free(old_lookup_table);
+        for (stream *s : old_streams) ef_stream(s);
+    }
+};
+
+/* What reading leaves to do once the document is parsed: the corners, the
+ * old forms, the page, the selection, the 3D upgrade and the surfaces'
+ * ranges. `name` (may be null) becomes the record's name. 0 or a row. */
+int finish_read(algorithm &a, const char *name, AlgReadState &state);
+/* Selects the first surface and its first stream. */
+void select_first(algorithm &a);
+/* A new dscoord from the core allocator. */
+dscoord *new_coord(const dscoord &c);
+
+/* Turns the old vector stream types 81 and 82 into link layers. */
+void upgrade_vector_types(stream &s, int32_t generated);
+/* A stream input with id 1 and nothing else. */
+streaminput *default_streaminput();
+
 /* Appends a stream to a surface's list. */
 void append_stream(surface *s, stream *st);
 
@@ -53,6 +85,11 @@ void append_stream(surface *s, stream *st);
  * header: its dots-per-inch values then go with it as with transients. */
 bool embedded_io();
 void set_embedded_io(bool on);
+
+/* Reads an Algorithm document into `alg` (from ea_algorithm) and finishes
+ * it as an embedded one: no layers are set up, so no dataset is opened and no
+ * program run. */
+int read_algorithm_document(algorithm *alg, const char *filename);
 
 /* Sets up the layer of every stream that is on, in surfaces that are on:
  * the last step of reading an algorithm that isn't embedded. */

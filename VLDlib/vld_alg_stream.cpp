@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -59,49 +60,6 @@ void relink(stream &s)
         relink_transforms(in->transforms);
     }
 }
-
-/* ---------------------------------------------------------------- StreamInput */
-
-enum : uint32_t { SI_ID = 1, SI_TRANSFORM, SI_KERNEL };
-
-const VLD_KEYWORD si_keywords[] = {{SI_ID, "StreamInputID", VTYPE_INT, nullptr},
-                                   {SI_TRANSFORM, "Transform", VTYPE_BLOCK, nullptr},
-                                   {SI_KERNEL, "Kernel", VTYPE_BLOCK, nullptr},
-                                   {0, nullptr, 0, nullptr}};
-
-const Field si_fields[] = {
-    {.code = SI_ID, .kind = Kind::Int32, .offset = offsetof(streaminput, id)},
-    {.code = SI_TRANSFORM,
-     .kind = Kind::BlockList,
-     .offset = offsetof(streaminput, transforms),
-     .sub = vld::vld_transform_record},
-    {.code = SI_KERNEL,
-     .kind = Kind::BlockList,
-     .offset = offsetof(streaminput, kernels),
-     .sub = vld::vld_kernel_record},
-};
-
-int si_after_read(void *r, const void *)
-{
-    relink_transforms(as<streaminput>(r).transforms);
-    return 0;
-}
-void si_copy_extra(void *dst, const void *)
-{
-    streaminput &in = as<streaminput>(dst);
-    in.next = in.prev = nullptr;
-    relink_transforms(in.transforms);
-}
-
-const vld::Record si_record = {
-    .block = "StreamInput",
-    .keywords = si_keywords,
-    .fields = si_fields,
-    .nfields = vld::count_of(si_fields),
-    .size = sizeof(streaminput),
-    .after_read = si_after_read,
-    .copy_extra = si_copy_extra,
-};
 
 /* ---------------------------------------------------------------- enums */
 
@@ -233,6 +191,7 @@ struct StreamRead {
     char *directory = nullptr;
     int32_t generated = 0;
     bool formula_seen = false;
+    int colours8 = -1, colours24 = -1; /* colours read into the transient arrays */
 };
 StreamRead stream_read;
 
@@ -380,7 +339,7 @@ template <class T>
 int read_colours(textnode *list, T *&out, int width, const char *keyword)
 {
     std::vector<double> values;
-    bool ok = vld::list_to_doubles(list, values, keyword); // takes the list
+    bool ok = vld::list_to_doubles(list, values, keyword);  // takes the list
     if (!ok) return -1;
     if (values.size() % width) {
         char text[120];
@@ -392,6 +351,14 @@ int read_colours(textnode *list, T *&out, int width, const char *keyword)
     safe_free(out);
     out = nullptr;
     if (values.empty()) return 0;
+    constexpr double top = std::numeric_limits<T>::max();
+    for (double v : values)
+        if (!(v >= 0 && v <= top)) {
+            char text[120];
+            std::snprintf(text, sizeof text, "Value out of range in %s: %.17g", keyword, v);
+            rf_report_error(text);
+            return -1;
+        }
     out = static_cast<T *>(malloc_or_die(values.size() * sizeof(T)));
     for (size_t i = 0; i < values.size(); i++) out[i] = static_cast<T>(values[i]);
     return static_cast<int>(values.size() / width);
@@ -423,7 +390,8 @@ void read_colours8(vld::ReadContext &ctx, VLD_STATEMENT *st)
     stream &s = as<stream>(ctx.record);
     textnode *list = st->value.list;
     st->value.list = nullptr;
-    read_colours(list, s.colours8, 1, "ColourList8bit");
+    if (stream_read.record != ctx.record) start_read(ctx.record);
+    stream_read.colours8 = read_colours(list, s.colours8, 1, "ColourList8bit");
 }
 void write_colours8(const vld::WriteContext &ctx)
 {
@@ -443,7 +411,8 @@ void read_colours24(vld::ReadContext &ctx, VLD_STATEMENT *st)
     stream &s = as<stream>(ctx.record);
     textnode *list = st->value.list;
     st->value.list = nullptr;
-    read_colours(list, s.colours24, 3, "ColourList24bit");
+    if (stream_read.record != ctx.record) start_read(ctx.record);
+    stream_read.colours24 = read_colours(list, s.colours24, 3, "ColourList24bit");
 }
 void write_colours24(const vld::WriteContext &ctx)
 {
@@ -539,54 +508,6 @@ const void *own_space(const void *r, const void *)
     return &as<stream>(r).coordspace;
 }
 
-/* ---------------------------------------------------------------- old forms */
-
-/* The fixed fields of a link layer. */
-struct LinkFields {
-    const char *menu, *filter, *extent, *init;
-    bool turned_off;
-    const char *dataset;
-};
-
-/* By GeneratedVectorType, 1 to 8. */
-const LinkFields kGenerated[] = {
-    {"Show arguments for No Parameter", "vlnps_info", nullptr, nullptr, false, nullptr},
-    {"Dataset Cell Grid", "vlnps_cell_grid", ".vld", "vlninit_vld", true, nullptr},
-    {"Easting/Northing Tick Grid", "vlnps_en_tgrid", "vln_choose_en_grid", "vlninit_notraw", false,
-     "Variable"},
-    {"Dataset Cell Tick Grid", "vlnps_cell_tgrid", ".vld", "vlninit_vld", true, nullptr},
-    {"Easting/Northing Tick Grid", "vlnps_en_tgrid", "vln_choose_en_grid", "vlninit_notraw", false,
-     "Variable"},
-    {"Regions Outlined", "vlnps_region_outline", ".vld", "vlninit_vld", true, nullptr},
-    {"Latitude-Longitude Tick Grid", "vlnps_ll_tgrid", "vln_choose_ll_grid", "vlninit_notraw",
-     false, "Variable"},
-    {"Latitude-Longitude Tick Grid", "vlnps_ll_tgrid", "vln_choose_ll_grid", "vlninit_notraw",
-     false, "Variable"},
-};
-
-void make_link(stream &s, const LinkFields &f)
-{
-    s.type = ST_DynamicLink;
-    replace(s.menu_button_description, f.menu);
-    replace(s.filter_program_name, f.filter);
-    replace(s.file_extent, f.extent);
-    replace(s.initialisation_program, f.init);
-    if (f.turned_off) s.turned_off = 1;
-    if (f.dataset) replace(s.dataset, f.dataset);
-}
-
-void upgrade_vector_types(stream &s, int32_t generated)
-{
-    if (s.type == ST_DatasetVector) {
-        make_link(s, {"Annotation overlay", kVectorFilter, ".vlv", "vlninit_vld", false, nullptr});
-        s.can_edit = 1;
-    } else if (s.type == ST_GeneratedVector && generated >= 1 && generated <= 8) {
-        make_link(s, kGenerated[generated - 1]);
-    } else if (s.type == ST_GeneratedVector) {
-        s.type = ST_DynamicLink;
-    }
-}
-
 /* ---------------------------------------------------------------- the record */
 
 void set_default_class_colour(stream &s)
@@ -615,7 +536,7 @@ int sm_after_read(void *r, const void *)
 {
     stream &s = as<stream>(r);
     bool own = stream_read.record == r;
-    upgrade_vector_types(s, own ? stream_read.generated : 0);
+    vld::upgrade_vector_types(s, own ? stream_read.generated : 0);
     resolve_dataset(s, own ? stream_read.directory : nullptr);
     if (empty_text(s.file_extent) && !empty_text(s.dataset)) {
         char *ext = VLN_get_ext(s.dataset);
@@ -625,6 +546,15 @@ int sm_after_read(void *r, const void *)
     if (!(own && stream_read.formula_seen)) df_formula_noalloc(&s.formula);
     set_default_class_colour(s);
     if (is_vector_overlay(s) && empty_text(s.dataset)) s.turned_off = 1;
+    // Transient colour arrays must hold as many colours as ColourList.
+    if (s.colours8 && !(own && stream_read.colours8 == s.nr_rgb_colours)) {
+        safe_free(s.colours8);
+        s.colours8 = nullptr;
+    }
+    if (s.colours24 && !(own && stream_read.colours24 == s.nr_rgb_colours)) {
+        safe_free(s.colours24);
+        s.colours24 = nullptr;
+    }
     // The 24-bit colours follow the 16-bit ones: their top bytes.
     if (s.rgb_colours && s.colours24)
         for (int32_t i = 0; i < 3 * s.nr_rgb_colours; i++)
@@ -868,46 +798,12 @@ const vld::Record sm_record = {
     .equal_extra = sm_equal_extra,
 };
 
-/* A default stream input: id 1, with no transforms or kernels of its own. */
-streaminput *default_input()
-{
-    auto *in = static_cast<streaminput *>(vld::rec_alloc(si_record));
-    in->id = 1;
-    return in;
-}
-
 }  // namespace
 
 const vld::Record &vld::vld_stream_record()
 {
     return sm_record;
 }
-const vld::Record &vld::vld_streaminput_record()
-{
-    return si_record;
-}
-
-void vld::free_streaminputs(streaminput *chain)
-{
-    while (chain) {
-        streaminput *next = chain->next;
-        rec_free(chain, si_record);
-        chain = next;
-    }
-}
-
-streaminput *vld::copy_streaminputs(const streaminput *chain)
-{
-    streaminput *head = nullptr, **tail = &head, *prev = nullptr;
-    for (; chain; chain = chain->next) {
-        auto *copy = static_cast<streaminput *>(rec_dup(chain, si_record));
-        copy->prev = prev;
-        *tail = prev = copy;
-        tail = &copy->next;
-    }
-    return head;
-}
-
 /* ---------------------------------------------------------------- the family */
 
 int ea_stream(stream **record)
@@ -936,7 +832,7 @@ int df_stream(stream **record, int type)
     if (layer) {
         s->description = get_default_layer_description(type, 1);
         df_formula_noalloc(&s->formula);
-        s->stream_inputs = default_input();
+        s->stream_inputs = vld::default_streaminput();
         int ttype =
             type == ST_Height || type == ST_ClassificationDisplay || type == ST_Classification
                 ? TT_HistogramOnly
@@ -958,17 +854,4 @@ int df_stream(stream **record, int type)
     relink(*s);
     *record = s;
     return 0;
-}
-
-int ea_streaminput(streaminput **record)
-{
-    return vld::fam_alloc(record, si_record);
-}
-void ef_streaminput(streaminput *record)
-{
-    vld::rec_free(record, si_record);
-}
-int cp_streaminput(streaminput **copy, const streaminput *source)
-{
-    return vld::fam_dup(copy, source, si_record);
 }

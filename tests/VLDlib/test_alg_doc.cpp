@@ -286,6 +286,12 @@ TEST(AlgRead, FailuresGiveTheirRowsAndLeaveAFreeableRecord)
          7, "NumberOfArgs must stand before the FormulaArg blocks"},
         {"truncated", "Algorithm Begin\n" + corners + "\tSurface Begin\n\t\tStream Begin\n", 7,
          nullptr},
+        {"colour beyond 16 bits",
+         "Algorithm Begin\n" + corners +
+             "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
+             "\t\t\tType = ClassificationDisplay\n\t\t\tColourList = { 65536 0 0 }\n"
+             "\t\tStream End\n\tSurface End\nAlgorithm End\n",
+         7, "Value out of range in ColourList"},
     };
     for (const Case &c : cases) {
         std::string path = dir.write("bad.alg", c.text);
@@ -301,6 +307,37 @@ TEST(AlgRead, FailuresGiveTheirRowsAndLeaveAFreeableRecord)
     ef_algorithm(none);
     EXPECT_EQ(eg_algorithm(nullptr, "x.alg"), 12);
     EXPECT_EQ(ep_algorithm(nullptr, "x.alg"), 0);
+}
+
+// Transient colour arrays that don't match ColourList are dropped, so that the
+// writer never reads past them.
+TEST(AlgRead, MismatchedColourArraysAreDropped)
+{
+    TempDir dir;
+    std::string path = dir.write(
+        "colours.alg",
+        "Algorithm Begin\n"
+        "\tTopLeftCorner Begin\n\t\tMetersX = 0\n\tTopLeftCorner End\n"
+        "\tBottomRightCorner Begin\n\t\tMetersX = 1\n\tBottomRightCorner End\n"
+        "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
+        "\t\t\tType = ClassificationDisplay\n"
+        "\t\t\tColourList = { 65535 0 0 0 65535 0 }\n"
+        "\t\t\tColourList8bit = { 7 }\n"
+        "\t\t\tColourList24bit = { 1 2 3 4 5 6 }\n"
+        "\t\tStream End\n\tSurface End\n"
+        "\tReservedColours = { 1 2 3 }\n"
+        "\tReservedColours24bit = { 1 2 3 }\n"
+        "Algorithm End\n");
+    Alg a(path, eg_algorithm_with_transients);
+    ASSERT_EQ(a.status, 0) << dsh::error_text();
+    stream *s = a->surfaces->first_stream;
+    EXPECT_EQ(s->nr_rgb_colours, 2);
+    EXPECT_EQ(s->colours8, nullptr);
+    ASSERT_NE(s->colours24, nullptr);
+    EXPECT_EQ(s->colours24[0], 255);  // the top byte of the 16-bit colour
+    EXPECT_EQ(a->reserved_colours, 1);
+    EXPECT_EQ(a->reserved_colours8, nullptr);
+    ASSERT_EQ(ep_algorithm_with_transients(a.a, path.c_str()), 0);
 }
 
 /* ---------------------------------------------------------------- defaults and copies */
@@ -394,9 +431,9 @@ TEST(AlgDefaults, CopiesOwnAllTheyHoldAndFollowTheSelection)
 std::string link_program(const TempDir &dir, const std::string &answer, const std::string &err,
                          int status)
 {
-    std::string path = dir.write("linkinit.sh", "#!/bin/sh\nprintf '%s' '" + answer +
-                                                    "'\nprintf '%s' '" + err +
-                                                    "' >&2\nexit " + std::to_string(status) + "\n");
+    std::string path =
+        dir.write("linkinit.sh", "#!/bin/sh\nprintf '%s' '" + answer + "'\nprintf '%s' '" + err +
+                                     "' >&2\nexit " + std::to_string(status) + "\n");
     chmod(path.c_str(), 0755);
     return path;
 }
@@ -416,8 +453,8 @@ std::string link_document(const std::string &program)
 TEST(AlgLink, AnswerOfTheInitProgramSetsTheLayer)
 {
     TempDir dir;
-    std::string prog = link_program(
-        dir, "info RAW RAW RAW METERS 0 \"5\" 6 105 206 MULTIPLE", "", 0);
+    std::string prog =
+        link_program(dir, "info RAW RAW RAW METERS 0 \"5\" 6 105 206 MULTIPLE", "", 0);
     Alg a(dir.write("link.alg", link_document(prog)));
     ASSERT_EQ(a.status, 0) << dsh::error_text();
     stream *s = a->surfaces->first_stream;
