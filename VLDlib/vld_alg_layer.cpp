@@ -188,8 +188,11 @@ int open_layer_header(algorithm &alg, stream &st, const char *name)
     if (d->algorithm && alg.name) {
         char *self = strsave(alg.name);
         char *parent = strsave(path);
+        char *given = parent;
         bool loop = VLD_check_ds_in_alg(d->algorithm, path, alg.name) ||
                     VLD_check_recur_alg(d->algorithm, &self, &parent);
+        // On a hit the parent is replaced by the document that holds the name.
+        if (parent != given) safe_free(given);
         safe_free(self);
         safe_free(parent);
         if (loop) {

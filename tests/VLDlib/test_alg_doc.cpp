@@ -314,20 +314,20 @@ TEST(AlgRead, FailuresGiveTheirRowsAndLeaveAFreeableRecord)
 TEST(AlgRead, MismatchedColourArraysAreDropped)
 {
     TempDir dir;
-    std::string path = dir.write(
-        "colours.alg",
-        "Algorithm Begin\n"
-        "\tTopLeftCorner Begin\n\t\tMetersX = 0\n\tTopLeftCorner End\n"
-        "\tBottomRightCorner Begin\n\t\tMetersX = 1\n\tBottomRightCorner End\n"
-        "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
-        "\t\t\tType = ClassificationDisplay\n"
-        "\t\t\tColourList = { 65535 0 0 0 65535 0 }\n"
-        "\t\t\tColourList8bit = { 7 }\n"
-        "\t\t\tColourList24bit = { 1 2 3 4 5 6 }\n"
-        "\t\tStream End\n\tSurface End\n"
-        "\tReservedColours = { 1 2 3 }\n"
-        "\tReservedColours24bit = { 1 2 3 }\n"
-        "Algorithm End\n");
+    std::string path =
+        dir.write("colours.alg",
+                  "Algorithm Begin\n"
+                  "\tTopLeftCorner Begin\n\t\tMetersX = 0\n\tTopLeftCorner End\n"
+                  "\tBottomRightCorner Begin\n\t\tMetersX = 1\n\tBottomRightCorner End\n"
+                  "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
+                  "\t\t\tType = ClassificationDisplay\n"
+                  "\t\t\tColourList = { 65535 0 0 0 65535 0 }\n"
+                  "\t\t\tColourList8bit = { 7 }\n"
+                  "\t\t\tColourList24bit = { 1 2 3 4 5 6 }\n"
+                  "\t\tStream End\n\tSurface End\n"
+                  "\tReservedColours = { 1 2 3 }\n"
+                  "\tReservedColours24bit = { 1 2 3 }\n"
+                  "Algorithm End\n");
     Alg a(path, eg_algorithm_with_transients);
     ASSERT_EQ(a.status, 0) << dsh::error_text();
     stream *s = a->surfaces->first_stream;
@@ -538,6 +538,29 @@ TEST(AlgVirtual, DatasetThatReadsItselfIsRefused)
     EXPECT_EQ(h.status, 49);
     EXPECT_NE(dsh::error_text().find("points to itself"), std::string::npos) << dsh::error_text();
     EXPECT_EQ(h.d, nullptr);
+}
+
+// A layer on a virtual dataset whose algorithm reads the document back.
+TEST(AlgVirtual, LayerThatReadsTheDocumentBackIsRefused)
+{
+    TempDir dir;
+    auto doc = [](const std::string &dataset, bool off) {
+        return "Algorithm Begin\n"
+               "\tTopLeftCorner Begin\n\t\tMetersX = 0\n\tTopLeftCorner End\n"
+               "\tBottomRightCorner Begin\n\t\tMetersX = 1\n\tBottomRightCorner End\n"
+               "\tSurface Begin\n\t\tStream Begin\n" +
+               std::string(off ? "\t\t\tTurnedOff = Yes\n" : "") +
+               "\t\t\tType = Pseudo\n\t\t\tDataset = \"" + dataset +
+               "\"\n\t\tStream End\n\tSurface End\nAlgorithm End\n";
+    };
+    std::string outer = dir.file("outer.alg");
+    dir.write("inner.alg", doc(outer, true));
+    dir.write("outer.alg", doc(dir.file("inner.alg"), false));
+    Alg a(outer);
+    EXPECT_EQ(a.status, 49);
+    EXPECT_NE(dsh::error_text().find("is self referential"), std::string::npos)
+        << dsh::error_text();
+    EXPECT_EQ(a->surfaces->first_stream->dshdr, nullptr);
 }
 
 }  // namespace

@@ -7,9 +7,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "vld_alg.h"
 #include "vld_core.h"
 #include "vln_path.h"
 #include "vln_process.h"
+#include "vln_formula.h"
 #include "vln_thread.h"
 
 static int failures = 0;
@@ -97,12 +99,35 @@ static void processes(void)
     CHECK(strncmp(report, "Child process exited with status: 3", 35) == 0);
 }
 
+static void algorithms(void)
+{
+    algorithm *alg = NULL;
+    CHECK(df_algorithm(&alg) == 0);
+    CHECK(nr_surfaces_in_alg(alg) == 1 && nr_streams_in_alg(alg) == 1);
+    CHECK(first_stream_in_alg(alg)->type == ST_Pseudo);
+    CHECK(nr_streams_in_alg(NULL) == 0 && surface_index_in_alg(NULL, NULL) == -1);
+    ef_algorithm(alg);
+
+    ExprNode *tree = NULL;
+    char *message = string_to_expr(&tree, "i1 + input2 * 2");
+    CHECK(message == NULL && tree != NULL);
+    char text[128];
+    expr_to_string(text, tree, "INPUT", NULL, "REGION", NULL, "DATASET", NULL, 0, NULL);
+    CHECK(strcmp(text, "INPUT1 + INPUT2 * 2") == 0);
+    CHECK(count_formula_inputs(tree) == 2);
+    free_ExprNode(tree);
+    message = string_to_expr(&tree, "I2");
+    CHECK(message != NULL && tree == NULL);
+    safe_free(message);
+}
+
 int main(void)
 {
     frame();
     paths();
     threads();
     processes();
+    algorithms();
     if (failures != 0) {
         fprintf(stderr, "%d checks failed\n", failures);
         return 1;
