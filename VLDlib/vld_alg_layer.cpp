@@ -574,6 +574,8 @@ int adjust_for_aspect(algorithm *alg, double dpi_x, double dpi_y)
     frame.dataset_surface = alg->surfaces && alg->surfaces->color_mode == CM_DATASET;
     frame.canvas_top_left = alg->canvas_top_left;
     frame.canvas_bottom_right = alg->canvas_bottom_right;
+    frame.adjusted_bottom_right =
+        alg->adjusted_bottom_right ? *alg->adjusted_bottom_right : *alg->bottom_right;
     int status = vld::aspect_fit(frame, dpi_x, dpi_y);
     if (status) return status;
     alg->canvas_width = frame.canvas_width;

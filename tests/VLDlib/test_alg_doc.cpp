@@ -424,6 +424,31 @@ TEST(AlgDefaults, CopiesOwnAllTheyHoldAndFollowTheSelection)
     ef_algorithm(some);
 }
 
+// The window fitting reads and writes the record: a flat view at one scale,
+// a 3D view keeps its far corner.
+TEST(AlgDefaults, AdjustForAspectFitsTheRecord)
+{
+    EXPECT_EQ(adjust_for_aspect(nullptr, 100, 100), 65);
+    algorithm *a = nullptr;
+    ASSERT_EQ(df_algorithm(&a), 0);  // raw, (0,0) to (1000,1000)
+    a->output_width = 200;
+    a->output_height = 100;
+    a->enforce_aspect = 1;
+    ASSERT_EQ(adjust_for_aspect(a, 100, 100), 0) << dsh::error_text();
+    EXPECT_EQ(a->canvas_width, 100);
+    EXPECT_EQ(a->canvas_height, 100);
+    EXPECT_EQ(a->adjusted_bottom_right->x, 2000.0);
+
+    a->view_mode = VM_Perspective3D;
+    a->adjusted_bottom_right->x = 7;
+    ASSERT_EQ(adjust_for_aspect(a, 100, 100), 0);
+    EXPECT_EQ(a->adjusted_bottom_right->x, 7.0);
+    a->view_mode = VM_Planimetric2D;
+    a->output_height = 0;
+    EXPECT_EQ(adjust_for_aspect(a, 100, 100), 72);
+    ef_algorithm(a);
+}
+
 /* ---------------------------------------------------------------- link init programs */
 
 /* A link init program as a shell script that prints `answer`, writes `err`
