@@ -1,13 +1,12 @@
 /*
- * vld_alg_doc.cpp: the Algorithm document: its record, the reader that
- * finishes a record after parsing (defaults, old forms, the selection, the 3D
- * upgrade, the layers), and the writers.
+ * vld_alg_doc.cpp: the Algorithm record: its keywords, the members that take
+ * special reading or writing (surfaces, old top-level forms, reserved colours,
+ * dots per inch, canvas corners), and its free, copy and comparison, which
+ * carry the selection over to the copied surfaces and streams.
  *
- * Old documents are brought up to date on reading: DisplayMode and LookupTable
- * at the top level become the default surface's mode and table, Stream blocks
- * at the top level (the form before surfaces) go to the surface their
- * StreamSurfaceId names, and corners in cells of an old CellInfo become
- * coordinates.
+ * Old documents are read as well: DisplayMode and LookupTable at the top level
+ * and Stream blocks outside surfaces are kept in the read state for
+ * vld_alg_finish.cpp to place. The family of functions is in vld_alg_io.cpp.
  */
 #include <cmath>
 #include <cstddef>
@@ -25,11 +24,6 @@ using vld::as;
 using vld::Field;
 using vld::keep_status;
 using vld::Kind;
-
-struct IoLock {
-    IoLock() { vld_mutex_on(); }
-    ~IoLock() { vld_mutex_off(); }
-};
 
 vld::AlgReadState *state_of(const void *aux)
 {
@@ -649,23 +643,6 @@ const vld::Record al_record = {
     .equal_extra = al_equal_extra,
 };
 
-/* Reads `name` into a new record at `address`, with `embedded` as given. */
-int read_algorithm(algorithm **address, const char *name, bool inner)
-{
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
-    IoLock lock;
-    *address = static_cast<algorithm *>(vld::rec_alloc(al_record));
-    vld::vld_config_load_once();
-    bool outer = embedded;
-    embedded = inner;
-    vld::AlgReadState state;
-    int status = vld::rec_read(*address, name, al_record, &state, "Algorithm");
-    if (!status) status = vld::finish_read(**address, name, state);
-    embedded = outer;
-    if (!status && !inner) status = vld::setup_layers(*address);
-    return status;
-}
-
 }  // namespace
 
 const vld::Record &vld::vld_algorithm_record()
@@ -680,180 +657,4 @@ bool vld::embedded_io()
 void vld::set_embedded_io(bool on)
 {
     embedded = on;
-}
-
-/* ---------------------------------------------------------------- the family */
-
-int ea_algorithm(algorithm **record)
-{
-    return vld::fam_alloc(record, al_record);
-}
-void ef_algorithm(algorithm *record)
-{
-    vld::rec_free(record, al_record);
-}
-int ee_algorithm(VLD_KEYWORD **array)
-{
-    return vld::rec_enumerate(array, al_record);
-}
-
-int eg_algorithm(algorithm **record, const char *name)
-{
-    return read_algorithm(record, name, false);
-}
-
-int eg_vds_algorithm(algorithm **record, const char *name)
-{
-    return read_algorithm(record, name, true);
-}
-
-int eg_algorithm_standard(algorithm **record, const char *directory, const char *name)
-{
-    if (!name) return VLD_setup_error(9);
-    char *path = nullptr;
-    if (!VLN_path_is_abs(name) && directory && *directory) {
-        char *joined = nullptr;
-        VLN_concat_filepath(&joined, directory, name);
-        if (VLN_build_abs_fspec(&path, nullptr, joined ? joined : name) != 0) {
-            safe_free(path);
-            path = joined;
-        } else {
-            safe_free(joined);
-        }
-    }
-    int status = eg_algorithm(record, path ? path : name);
-    safe_free(path);
-    return status;
-}
-
-int eg_algorithm_with_transients(algorithm **record, const char *name)
-{
-    IoLock lock;
-    int32_t saved = read_transients;
-    read_transients = 1;
-    int status = eg_algorithm(record, name);
-    read_transients = saved;
-    return status;
-}
-
-namespace {
-
-int write_algorithm(algorithm *record, const char *name, bool inner)
-{
-    if (!record) return 0;
-    IoLock lock;
-    bool outer = embedded;
-    embedded = inner;
-    int status = vld::rec_write(record, name, al_record, nullptr, "Algorithm");
-    embedded = outer;
-    return status;
-}
-
-}  // namespace
-
-int ep_algorithm(algorithm *record, const char *name)
-{
-    return write_algorithm(record, name, false);
-}
-
-int ep_vds_algorithm(algorithm *record, const char *name)
-{
-    return write_algorithm(record, name, true);
-}
-
-int ep_algorithm_with_transients(algorithm *record, const char *name)
-{
-    IoLock lock;
-    int32_t saved = write_transients;
-    write_transients = 1;
-    int status = ep_algorithm(record, name);
-    write_transients = saved;
-    return status;
-}
-
-int df_algorithm(algorithm **record)
-{
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
-    algorithm *a = static_cast<algorithm *>(vld::rec_alloc(al_record));
-    *record = a;
-    a->version = strsave("7.0");
-    a->name = strsave("");
-    a->description = strsave("No Description");
-    a->author = strsave("Vorlan");
-    a->last_updated = static_cast<int32_t>(std::time(nullptr));
-    a->view_mode = VM_Planimetric2D;
-    a->d3info.window_aspect_ratio = 1.0;
-    surface *s = nullptr;
-    df_surface(&s);
-    a->surfaces = s;
-    df_coordspace(&a->coordspace);
-    double nan = vln_nanval();
-    a->top_left = vld::new_coord({0.0, 0.0, nan});
-    a->bottom_right = vld::new_coord({1000.0, 1000.0, nan});
-    a->adjusted_bottom_right = vld::new_coord(*a->bottom_right);
-    a->canvas_top_left = a->canvas_bottom_right = *a->top_left;
-    std::memset(a->stipple_colour24, 255, 3);
-    vld::select_first(*a);
-    return check_pagesize(a);
-}
-
-/* A copy that leaves out what is transient (cp_algorithm), or all of it. */
-static int copy_algorithm(algorithm **copy, const algorithm *source, bool leave_transients)
-{
-    if (!copy) return VLD_setup_error(12, "Null structure pointer");
-    *copy = static_cast<algorithm *>(vld::rec_dup(source, al_record));
-    if (!*copy || !leave_transients) return 0;
-    algorithm &a = **copy;
-    a.output_height = a.output_width = a.canvas_height = a.canvas_width = 0;
-    a.x_offset = a.y_offset = 0;
-    a.enforce_aspect = a.do_optimisation = a.do_compilation = a.calc_histograms = a.colour24 = 0;
-    a.process_vectors = 0;
-    a.output_type = 0;
-    safe_free(a.output_file);
-    a.output_file = nullptr;
-    return 0;
-}
-
-int cp_algorithm(algorithm **copy, const algorithm *source)
-{
-    return copy_algorithm(copy, source, true);
-}
-int cp_algorithm_all(algorithm **copy, const algorithm *source)
-{
-    return copy_algorithm(copy, source, false);
-}
-
-/* ---------------------------------------------------------------- inside a dataset header */
-
-int vld::read_embedded_algorithm(algorithm **slot)
-{
-    ef_algorithm(*slot);
-    *slot = static_cast<algorithm *>(rec_alloc(al_record));
-    bool outer = embedded;
-    embedded = true;
-    vld::AlgReadState state;
-    int status = rec_read(*slot, nullptr, al_record, &state);
-    if (!status) status = vld::finish_read(**slot, nullptr, state);
-    embedded = outer;
-    return status;
-}
-
-void vld::write_embedded_algorithm(const algorithm *alg)
-{
-    if (!alg) return;
-    bool outer = embedded;
-    embedded = true;
-    rec_write(alg, nullptr, al_record, nullptr, "Algorithm");
-    embedded = outer;
-}
-
-int vld::read_algorithm_document(algorithm *alg, const char *filename)
-{
-    bool outer = embedded;
-    embedded = true;
-    vld::AlgReadState state;
-    int status = rec_read(alg, filename, al_record, &state, "Algorithm");
-    if (!status) status = vld::finish_read(*alg, nullptr, state);
-    embedded = outer;
-    return status;
 }
