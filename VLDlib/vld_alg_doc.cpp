@@ -188,14 +188,7 @@ void read_surface(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     algorithm &a = alg_of(ctx.record);
     auto *s = static_cast<surface *>(vld::rec_alloc(vld::vld_surface_record()));
-    surface **tail = &a.surfaces;
-    surface *prev = nullptr;
-    while (*tail) {
-        prev = *tail;
-        tail = &(*tail)->next;
-    }
-    *tail = s;
-    s->prev = prev;
+    vld::append_surface(a, s);
     keep_status(ctx, vld::rec_read(s, nullptr, vld::vld_surface_record()));
 }
 void write_surfaces(const vld::WriteContext &ctx)
@@ -554,12 +547,6 @@ int index_of(const algorithm &a, const stream *target)
     return -1;
 }
 
-surface *surface_at(const algorithm &a, int i)
-{
-    surface *s = a.surfaces;
-    while (s && i-- > 0) s = s->next;
-    return i < 0 ? s : nullptr;
-}
 stream *stream_at(const algorithm &a, int i)
 {
     for (surface *s = a.surfaces; s; s = s->next)
@@ -606,7 +593,7 @@ void al_copy_extra(void *dst, const void *src)
         std::memcpy(d.reserved_colours24, s.reserved_colours24, 3 * n);
     }
     // The selection follows the surfaces and streams to their copies.
-    d.current_surface = surface_at(d, index_of(s, s.current_surface));
+    d.current_surface = vld::surface_at(d, index_of(s, s.current_surface));
     d.current_stream = stream_at(d, index_of(s, s.current_stream));
     d.intensity_input = stream_at(d, index_of(s, s.intensity_input));
     d.height_input = stream_at(d, index_of(s, s.height_input));

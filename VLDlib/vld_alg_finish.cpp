@@ -20,13 +20,6 @@ namespace {
 
 constexpr const char *kVectorFilter = "vlnps_vlvec";
 
-void replace(char *&slot, const char *text)
-{
-    char *copy = text ? strsave(text) : nullptr;
-    safe_free(slot);
-    slot = copy;
-}
-
 /* The fixed fields of a link layer. */
 struct LinkFields {
     const char *menu, *filter, *extent, *init;
@@ -53,19 +46,12 @@ const LinkFields kGenerated[] = {
 void make_link(stream &s, const LinkFields &f)
 {
     s.type = ST_DynamicLink;
-    replace(s.menu_button_description, f.menu);
-    replace(s.filter_program_name, f.filter);
-    replace(s.file_extent, f.extent);
-    replace(s.initialisation_program, f.init);
+    vld::replace_text(s.menu_button_description, f.menu);
+    vld::replace_text(s.filter_program_name, f.filter);
+    vld::replace_text(s.file_extent, f.extent);
+    vld::replace_text(s.initialisation_program, f.init);
     if (f.turned_off) s.turned_off = 1;
-    if (f.dataset) replace(s.dataset, f.dataset);
-}
-
-surface *surface_at(const algorithm &a, int i)
-{
-    surface *s = a.surfaces;
-    while (s && i-- > 0) s = s->next;
-    return i < 0 ? s : nullptr;
+    if (f.dataset) vld::replace_text(s.dataset, f.dataset);
 }
 
 /* A surface for old streams and old documents, in the old mode and table. */
@@ -90,18 +76,6 @@ surface *old_surface(const vld::AlgReadState &state, bool with_stream)
     return s;
 }
 
-void push_surface(algorithm &a, surface *s)
-{
-    surface **tail = &a.surfaces, *prev = nullptr;
-    while (*tail) {
-        prev = *tail;
-        tail = &(*tail)->next;
-    }
-    *tail = s;
-    s->prev = prev;
-    s->next = nullptr;
-}
-
 /* Old top-level streams go to the surface their StreamSurfaceId numbers
  * (from 1; 0 is the first), made as needed. */
 void place_old_streams(algorithm &a, vld::AlgReadState &state)
@@ -109,8 +83,8 @@ void place_old_streams(algorithm &a, vld::AlgReadState &state)
     for (stream *st : state.old_streams) {
         int want = st->surface_id > 1 ? st->surface_id : 1;
         int have = nr_surfaces_in_alg(&a);
-        for (; have < want; have++) push_surface(a, old_surface(state, false));
-        vld::append_stream(surface_at(a, want - 1), st);
+        for (; have < want; have++) vld::append_surface(a, old_surface(state, false));
+        vld::append_stream(vld::surface_at(a, want - 1), st);
     }
     state.old_streams.clear();
 }
@@ -158,6 +132,25 @@ void settle_ranges(surface &s)
 }
 
 }  // namespace
+
+surface *vld::surface_at(const algorithm &a, int i)
+{
+    surface *s = a.surfaces;
+    while (s && i-- > 0) s = s->next;
+    return i < 0 ? s : nullptr;
+}
+
+void vld::append_surface(algorithm &a, surface *s)
+{
+    surface **tail = &a.surfaces, *prev = nullptr;
+    while (*tail) {
+        prev = *tail;
+        tail = &(*tail)->next;
+    }
+    *tail = s;
+    s->prev = prev;
+    s->next = nullptr;
+}
 
 dscoord *vld::new_coord(const dscoord &c)
 {
@@ -210,7 +203,7 @@ int vld::finish_read(algorithm &a, const char *name, AlgReadState &state)
     const uint8_t *bg = a.background_colour;
     int luminance = (bg[0] * 77 + bg[1] * 150 + bg[2] * 29) >> 8;
     std::memset(a.stipple_colour24, luminance < 129 ? 255 : 0, 3);
-    if (!a.surfaces) push_surface(a, old_surface(state, true));
+    if (!a.surfaces) vld::append_surface(a, old_surface(state, true));
     int id = 1;
     for (surface *s = a.surfaces; s; s = s->next, id++)
         for (stream *st = s->first_stream; st; st = st->next) st->surface_id = id;

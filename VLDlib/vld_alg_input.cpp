@@ -13,12 +13,6 @@ using vld::as;
 using vld::Field;
 using vld::Kind;
 
-/* Sets the prev links of a transform chain. */
-void relink_transforms(transform *t)
-{
-    for (transform *prev = nullptr; t; prev = t, t = t->next) t->prev = prev;
-}
-
 enum : uint32_t { SI_ID = 1, SI_TRANSFORM, SI_KERNEL };
 
 const VLD_KEYWORD si_keywords[] = {{SI_ID, "StreamInputID", VTYPE_INT, nullptr},
@@ -40,14 +34,14 @@ const Field si_fields[] = {
 
 int si_after_read(void *r, const void *)
 {
-    relink_transforms(as<streaminput>(r).transforms);
+    vld::relink_transforms(as<streaminput>(r).transforms);
     return 0;
 }
 void si_copy_extra(void *dst, const void *)
 {
     streaminput &in = as<streaminput>(dst);
     in.next = in.prev = nullptr;
-    relink_transforms(in.transforms);
+    vld::relink_transforms(in.transforms);
 }
 
 const vld::Record si_record = {
@@ -62,6 +56,11 @@ const vld::Record si_record = {
 
 /* A default stream input: id 1, with no transforms or kernels of its own. */
 }  // namespace
+
+void vld::relink_transforms(transform *t)
+{
+    for (transform *prev = nullptr; t; prev = t, t = t->next) t->prev = prev;
+}
 
 streaminput *vld::default_streaminput()
 {

@@ -78,6 +78,13 @@ void upgrade_vector_types(stream &s, int32_t generated);
 /* A stream input with id 1 and nothing else. */
 streaminput *default_streaminput();
 
+/* Sets the prev links of a transform chain from its next links. */
+void relink_transforms(transform *chain);
+/* The surface at a zero-based index, or null. */
+surface *surface_at(const algorithm &a, int index);
+/* Appends a surface to the algorithm's list. */
+void append_surface(algorithm &a, surface *s);
+
 /* Appends a stream to a surface's list. */
 void append_stream(surface *s, stream *st);
 

@@ -32,11 +32,6 @@ namespace {
 constexpr int kLinkOutputMax = 1024;
 constexpr int kLinkWaitMs = 3000;
 
-bool empty_text(const char *s)
-{
-    return !s || !*s;
-}
-
 bool ends_with_nocase(const char *s, const char *tail)
 {
     if (!s) return false;
@@ -58,13 +53,6 @@ bool known_extent(const stream &s)
     for (const char *k : kinds)
         if (VLD_strcasecmp(s.file_extent, k) == 0) return true;
     return false;
-}
-
-void set_text(char *&slot, const char *text)
-{
-    char *copy = text ? strsave(text) : nullptr;
-    safe_free(slot);
-    slot = copy;
 }
 
 /* Replaces a stream's space by a copy of `space` (the default one for null). */
@@ -270,7 +258,7 @@ int ask_link_program(algorithm &alg, stream &st, const char *name)
 {
     if (st.dshdr)
         return VLD_setup_error(12, "get_link_init_info was passed a non-null cache ptr\n");
-    if (empty_text(st.initialisation_program)) {
+    if (vld::empty_text(st.initialisation_program)) {
         set_space(st.coordspace, alg.coordspace);
         if (alg.top_left) st.top_left = *alg.top_left;
         if (alg.bottom_right) st.bottom_right = *alg.bottom_right;
@@ -287,7 +275,7 @@ int ask_link_program(algorithm &alg, stream &st, const char *name)
         if (VLN_build_abs_fspec(&abs, alg.name, s.c_str()) == 0 && abs) s = abs;
         safe_free(abs);
         file = s;
-    } else if (!empty_text(st.dataset)) {
+    } else if (!vld::empty_text(st.dataset)) {
         file = name ? name : "";
     }
 
@@ -366,7 +354,7 @@ int ask_link_program(algorithm &alg, stream &st, const char *name)
     bool multiple = f.size() > 10 && VLD_strncasecmp(f.back().c_str(), "MULTI", 5) == 0;
     if (choose && space.projection && std::strcmp(space.projection, "UNDEFINED") == 0 &&
         alg.coordspace && alg.coordspace->projection)
-        set_text(space.projection, alg.coordspace->projection);
+        vld::replace_text(space.projection, alg.coordspace->projection);
     int desired = space.coordsystype;
     if (space.coordsystype == CST_LL) {
         coordspace display{};
@@ -420,7 +408,7 @@ void borrow(stream &st, const stream &from, const char *name)
     st.bottom_right = from.bottom_right;
     st.multiple_coordspaces = from.multiple_coordspaces;
     st.desired_coordinate_type = from.desired_coordinate_type;
-    set_text(st.dataset, name);
+    vld::replace_text(st.dataset, name);
 }
 
 /* Puts the header set aside back in the cache, dropping what is there. */
@@ -487,7 +475,7 @@ int setup_layer_cspace_and_extents_ex(algorithm *alg, stream *layer, int, const 
         if (!status && !st.dshdr) {
             if (is_link(st) && !known_extent(st)) {
                 status = ask_link_program(*alg, st, name);
-                if (!status) set_text(st.dataset, name);
+                if (!status) vld::replace_text(st.dataset, name);
             } else {
                 status = open_layer_header(*alg, st, name);
                 if (!status) status = settle_extents(*alg, st, reproject);
@@ -516,7 +504,7 @@ int vld::setup_layers(algorithm *alg)
         for (stream *st = s->first_stream; st; st = st->next) {
             if (st->turned_off) continue;
             // A layer without a dataset has nothing to set up yet.
-            if (!is_link(*st) && empty_text(st->dataset)) continue;
+            if (!is_link(*st) && vld::empty_text(st->dataset)) continue;
             int status = setup_layer_cspace_and_extents_ex(alg, st, 0, st->dataset, 1, 1);
             if (status) return status;
             if (!is_link(*st) && st->dshdr && st->dshdr->data_type == DT_Raster)
@@ -554,7 +542,7 @@ int VLD_merge_new_d_with_f(formula *f, const dshdr *header)
         if (band < 0) band = 0;
         char text[16];
         std::snprintf(text, sizeof text, "%d", band + 1);
-        set_text(a.band_number, text);
+        vld::replace_text(a.band_number, text);
     }
     return 0;
 }

@@ -32,32 +32,14 @@ using vld::Kind;
 /* The filter program of annotation overlays. */
 constexpr const char *kVectorFilter = "vlnps_vlvec";
 
-bool empty_text(const char *s)
-{
-    return !s || !*s;
-}
-
-void replace(char *&slot, const char *text)
-{
-    char *copy = text ? strsave(text) : nullptr;
-    safe_free(slot);
-    slot = copy;
-}
-
-/* Sets the prev links of a transform chain. */
-void relink_transforms(transform *t)
-{
-    for (transform *prev = nullptr; t; prev = t, t = t->next) t->prev = prev;
-}
-
 /* Sets every prev link of what hangs on a stream. */
 void relink(stream &s)
 {
-    relink_transforms(s.transforms);
+    vld::relink_transforms(s.transforms);
     streaminput *prev = nullptr;
     for (streaminput *in = s.stream_inputs; in; prev = in, in = in->next) {
         in->prev = prev;
-        relink_transforms(in->transforms);
+        vld::relink_transforms(in->transforms);
     }
 }
 
@@ -246,7 +228,7 @@ void convert_parameter(char *&text, int (*convert)(char **, const char *, const 
     char *converted = nullptr;
     if (convert(&converted, parent, value.c_str()) == 0 && converted) {
         s.replace(begin, end - begin, converted);
-        replace(text, s.c_str());
+        vld::replace_text(text, s.c_str());
     }
     safe_free(converted);
 }
@@ -277,11 +259,11 @@ void write_dataset(const vld::WriteContext &ctx)
     }
     // A dataset named without its extension is written with it.
     char *name = s.dataset ? strsave(s.dataset) : nullptr;
-    if (name && *name && !empty_text(s.file_extent)) {
+    if (name && *name && !vld::empty_text(s.file_extent)) {
         char *ext = VLN_get_ext(name);
-        if (empty_text(ext)) {
+        if (vld::empty_text(ext)) {
             std::string with = std::string(name) + s.file_extent;
-            replace(name, with.c_str());
+            vld::replace_text(name, with.c_str());
         }
         safe_free(ext);
     }
@@ -306,12 +288,12 @@ void read_generated(vld::ReadContext &ctx, VLD_STATEMENT *st)
 /* Resolves the dataset name as it was read. */
 void resolve_dataset(stream &s, const char *directory)
 {
-    if (empty_text(s.dataset)) return;
+    if (vld::empty_text(s.dataset)) return;
     if (is_link(s) && manages_relative_paths(s)) {
         convert_parameter(s.dataset, VLN_build_abs_fspec, VLD_get_parent_path());
         return;
     }
-    if (!empty_text(directory) && !VLN_path_is_abs(s.dataset)) {
+    if (!vld::empty_text(directory) && !VLN_path_is_abs(s.dataset)) {
         char *joined = nullptr;
         if (VLN_concat_filepath(&joined, directory, s.dataset) == 0 && joined) {
             safe_free(s.dataset);
@@ -538,14 +520,14 @@ int sm_after_read(void *r, const void *)
     bool own = stream_read.record == r;
     vld::upgrade_vector_types(s, own ? stream_read.generated : 0);
     resolve_dataset(s, own ? stream_read.directory : nullptr);
-    if (empty_text(s.file_extent) && !empty_text(s.dataset)) {
+    if (vld::empty_text(s.file_extent) && !vld::empty_text(s.dataset)) {
         char *ext = VLN_get_ext(s.dataset);
-        if (!empty_text(ext)) replace(s.file_extent, ext);
+        if (!vld::empty_text(ext)) vld::replace_text(s.file_extent, ext);
         safe_free(ext);
     }
     if (!(own && stream_read.formula_seen)) df_formula_noalloc(&s.formula);
     set_default_class_colour(s);
-    if (is_vector_overlay(s) && empty_text(s.dataset)) s.turned_off = 1;
+    if (is_vector_overlay(s) && vld::empty_text(s.dataset)) s.turned_off = 1;
     // Transient colour arrays must hold as many colours as ColourList.
     if (s.colours8 && !(own && stream_read.colours8 == s.nr_rgb_colours)) {
         safe_free(s.colours8);
@@ -568,7 +550,7 @@ int sm_after_read(void *r, const void *)
 void sm_before_write(void *r, const void *)
 {
     stream &s = as<stream>(r);
-    if (is_vector_overlay(s) && empty_text(s.dataset)) s.turned_off = 1;
+    if (is_vector_overlay(s) && vld::empty_text(s.dataset)) s.turned_off = 1;
 }
 
 void sm_free_extra(void *r)

@@ -433,17 +433,10 @@ const vld::Record dh_vds_record = {
     .before_write = dh_before_write,
 };
 
-void replace(char *&slot, const char *text)
-{
-    char *copy = text ? strsave(text) : nullptr;
-    safe_free(slot);
-    slot = copy;
-}
-
 /* A raster header as the defaults describe it, without bands. */
 void setup_raster(dshdr &d, const char *name)
 {
-    replace(d.name, name);
+    vld::replace_text(d.name, name);
     safe_free(d.data_file);
     d.data_file = name ? VLN_strip_ext(name) : nullptr;
     d.dataset_type = DST_VLDStorage;
@@ -461,10 +454,10 @@ int write_header(dshdr *d, const char *name, const vld::Record &r)
     char *translated = nullptr;
     if (name && d->dataset_type == DST_Translated) {
         translated = VLN_replace_ext(name, ".vld");
-        replace(d->name, translated);
+        vld::replace_text(d->name, translated);
         name = translated;
     }
-    if (name && (!d->name || !*d->name)) replace(d->name, name);
+    if (name && (!d->name || !*d->name)) vld::replace_text(d->name, name);
     int status = vld::rec_write(d, name, r);
     if (!status && name && std::strcmp(name, "-") != 0 && d->data_type == DT_Raster) {
         // Statistics beside the header describe the data as it was.
@@ -562,7 +555,7 @@ int df_vector_dshdr(dshdr **record, const char *name)
     if (!record) return VLD_setup_error(12, "Null structure pointer");
     ea_dshdr(record);
     dshdr &d = **record;
-    replace(d.name, name);
+    vld::replace_text(d.name, name);
     d.data_file = name ? VLN_strip_ext(name) : nullptr;
     df_coordspace_noalloc(&d.coordspace);
     set_data_type(d, DT_Vector);
@@ -578,7 +571,7 @@ int df_dshdr_import(dshdr **record)
 {
     int status = df_raster_dshdr(record, nullptr, 0, 0, 1, Unsigned8BitInteger);
     if (status) return status;
-    replace((*record)->version, DSHDR_CURRENT_VERSION);
+    vld::replace_text((*record)->version, DSHDR_CURRENT_VERSION);
     return 0;
 }
 

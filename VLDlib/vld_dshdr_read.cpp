@@ -38,11 +38,6 @@ bool ends_with(const char *name, const char *ending)
     return n > e && VLD_strcasecmp(name + n - e, ending) == 0;
 }
 
-bool empty_text(const char *s)
-{
-    return !s || !*s;
-}
-
 /* Names read as a DatasetHeader document. " $$ALG" marks a layer of an
  * algorithm; the file is the name without it. */
 const char *const kHeaderEndings[] = {".vlv", ".vlv $$ALG", ".vld", ".alg",
@@ -62,13 +57,6 @@ std::string header_file(const char *name)
     return file;
 }
 
-void replace(char *&slot, const char *text)
-{
-    char *copy = text ? strsave(text) : nullptr;
-    safe_free(slot);
-    slot = copy;
-}
-
 /* Reads the header of a foreign file from the ".vld" beside it. 169 when there
  * is none, or when it doesn't describe the file through a translator. */
 int read_side_header(dshdr *d, const char *name, vld::DshdrReadState &state)
@@ -83,7 +71,7 @@ int read_side_header(dshdr *d, const char *name, vld::DshdrReadState &state)
     if (!status) {
         if (d->dataset_type != DST_Translated) {
             status = VLD_setup_error(169);
-        } else if (empty_text(d->data_file)) {
+        } else if (vld::empty_text(d->data_file)) {
             status = VLD_setup_error(171, "Error determining data filename for translated data.");
         } else if (vld::same_file(d->data_file, name, side)) {
             // It names the file itself: the translator describes the file.
@@ -101,9 +89,9 @@ int read_header(dshdr *d, const char *name, vld::DshdrReadState &state)
     int status = vld::read_dshdr_document(d, header_file(name).c_str(), state);
     if (status) return status;
     if (d->dataset_type == DST_Translated) {
-        if (empty_text(d->data_file))
+        if (vld::empty_text(d->data_file))
             return VLD_setup_error(171, "Error determining data filename for translated data.");
-    } else if (empty_text(d->data_file)) {
+    } else if (vld::empty_text(d->data_file)) {
         d->data_file = VLN_strip_ext(header_file(name).c_str());
     }
     return 0;
@@ -146,9 +134,9 @@ void finish(dshdr *d, const char *name, vld::DshdrReadState &state)
         // Vector data is kept in eastings and northings. The extents keep the
         // values they were read with (radians), as files of this kind always have.
         d->coordspace.coordsystype = CST_EN;
-        replace(d->coordspace.units, "METERS");
+        vld::replace_text(d->coordspace.units, "METERS");
     }
-    replace(d->name, name);
+    vld::replace_text(d->name, name);
 }
 
 /* Makes the header of a virtual dataset from its algorithm, unless the
@@ -176,7 +164,7 @@ int probe_header(const char *vld_path, char **datafile, int *has_algorithm)
     if (*has_algorithm) {
         status = 0;
     } else if (!status) {
-        *datafile = empty_text(d.data_file) ? VLN_strip_ext(vld_path) : strsave(d.data_file);
+        *datafile = vld::empty_text(d.data_file) ? VLN_strip_ext(vld_path) : strsave(d.data_file);
     }
     ef_dshdr_contents(&d);
     return status;
@@ -193,7 +181,7 @@ int eg_dshdr(dshdr **record, const char *name)
 {
     if (!record) return VLD_setup_error(12, "Null structure pointer");
     *record = nullptr;
-    if (empty_text(name)) return VLD_setup_error(9);
+    if (vld::empty_text(name)) return VLD_setup_error(9);
     IoLock lock;
     dshdr *d = nullptr;
     if (ends_with(name, ".alg") && std::strlen(name) > 4) {
@@ -205,7 +193,7 @@ int eg_dshdr(dshdr **record, const char *name)
         }
         ea_dshdr(&d);
         d->algorithm = alg;
-        replace(d->name, name);
+        vld::replace_text(d->name, name);
         status = setup_virtual(d, name);
         if (status) {
             ef_dshdr(d);
@@ -234,7 +222,7 @@ int eg_dshdr(dshdr **record, const char *name)
     }
     if (!status && !d->algorithm) finish(d, name, state);
     if (!status && d->algorithm) {
-        replace(d->name, name);
+        vld::replace_text(d->name, name);
         status = setup_virtual(d, name);
     }
     if (!status && d->data_type == DT_Raster && d->info.r.nr_bands < 1 && !d->algorithm)
@@ -256,7 +244,7 @@ int eg_dshdr_standard(dshdr **record, const char *directory, const char *name)
 {
     if (!record) return VLD_setup_error(12, "Null structure pointer");
     *record = nullptr;
-    if (empty_text(name)) return VLD_setup_error(9);
+    if (vld::empty_text(name)) return VLD_setup_error(9);
     char *full = nullptr;
     VLN_build_abs_fspec(&full, directory, name);
     int status = eg_dshdr(record, full ? full : name);
@@ -266,7 +254,7 @@ int eg_dshdr_standard(dshdr **record, const char *directory, const char *name)
 
 int VLN_can_write_dshdr(const char *name)
 {
-    if (empty_text(name)) return VLD_setup_error(9);
+    if (vld::empty_text(name)) return VLD_setup_error(9);
     IoLock lock;
     dshdr *d = nullptr;
     if (eg_dshdr(&d, name)) return VLD_setup_error(8, name);
@@ -276,7 +264,7 @@ int VLN_can_write_dshdr(const char *name)
         if (!canwrite(vld))
             status = VLD_setup_error(5, vld);
         else if ((d->flags & DSHDR_FLAG_SIDE_HEADER) && d->dataset_type == DST_Translated &&
-                 !empty_text(d->data_file) && !vld::same_file(d->data_file, name, vld))
+                 !vld::empty_text(d->data_file) && !vld::same_file(d->data_file, name, vld))
             status = VLD_setup_error(5, vld);
     }
     if (!status && d->dataset_type == DST_Translated && VLN_get_world_file_pref(0)) {

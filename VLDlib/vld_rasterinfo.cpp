@@ -62,13 +62,10 @@ const vld::Record bi_record = {
     .size = sizeof(bandid),
 };
 
-bool empty_text(const char *s)
-{
-    return !s || !*s;
-}
 bool band_is_blank(const bandid &b)
 {
-    return empty_text(b.value) && b.width == 0.0 && empty_text(b.units) && empty_text(b.comment);
+    return vld::empty_text(b.value) && b.width == 0.0 && vld::empty_text(b.units) &&
+           vld::empty_text(b.comment);
 }
 
 /* ---------------------------------------------------------------- RasterInfo */

@@ -70,6 +70,21 @@ struct ReadContext {
     int status;
 };
 
+/* A text that a document can't tell from an absent one. */
+inline bool empty_text(const char *s)
+{
+    return !s || !*s;
+}
+
+/* Replaces an owned text by a copy of `text` (null stays null); `text` may be
+ * the slot's own text. */
+inline void replace_text(char *&slot, const char *text)
+{
+    char *copy = text ? strsave(text) : nullptr;
+    safe_free(slot);
+    slot = copy;
+}
+
 /* Keeps the first failure of a read in the context; later ones don't replace it. */
 inline void keep_status(ReadContext &ctx, int status)
 {

@@ -244,7 +244,7 @@ VLD_API void free_ExprNode(ExprNode *node);
 VLD_API void free_ExprNode_list(ExprNode *list);
 VLD_API void free_INumNode_list(INumNode *list);
 VLD_API void free_BandSpec_list(BandSpec *list);
-VLD_API void free_NameOrNumber(NameOrNumber *spec);
+VLD_API void free_NameOrNumber(NameOrNumber *ref);
 VLD_API void free_FormulaList(FormulaList *list);
 
 /* Visits `node` and then its children in document order. */

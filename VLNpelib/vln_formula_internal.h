@@ -102,7 +102,7 @@ NameOrNumber *new_name(const char *text, int length);
 NameOrNumber *new_number(int32_t number);
 BandSpec *new_bandspec(int type, const char *text, int length, int32_t number);
 INumNode *new_inum(int32_t number);
-void free_name_or_number_contents(NameOrNumber *spec);
+void free_name_or_number_contents(NameOrNumber *ref);
 
 /* Every input, region or dataset number referred to, in tree order; the
  * loop input and quoted names are left out. */

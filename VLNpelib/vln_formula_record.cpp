@@ -116,10 +116,10 @@ void bind_input(stream *st, formulaarg &arg, const formula *given, const formula
 void collect_dataset_names(ExprNode *node, void *arg)
 {
     auto *names = static_cast<std::set<std::string> *>(arg);
-    const NameOrNumber *spec = nullptr;
-    if (node->kind == EXPR_DSCONST) spec = node->u.dsconst.dataset;
-    if (node->kind == EXPR_USERSTATS) spec = node->u.userstats.dataset;
-    if (spec && spec->type == NN_NAME && spec->name && *spec->name) names->insert(spec->name);
+    const NameOrNumber *ref = nullptr;
+    if (node->kind == EXPR_DSCONST) ref = node->u.dsconst.dataset;
+    if (node->kind == EXPR_USERSTATS) ref = node->u.userstats.dataset;
+    if (ref && ref->type == NN_NAME && ref->name && *ref->name) names->insert(ref->name);
 }
 
 /* Rewrites every quoted dataset name of *text with `convert`. */

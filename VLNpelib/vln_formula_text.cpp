@@ -56,29 +56,29 @@ void print_input(std::string &out, int number, const TextOptions &o, std::vector
     print_ref(out, number, o.input_prefix, o.input_names, FL_INPUT, refs);
 }
 
-void print_spec(std::string &out, const NameOrNumber *spec, const char *prefix, char **names,
-                int type, std::vector<TextRef> *refs)
+void print_name_or_number(std::string &out, const NameOrNumber *ref, const char *prefix,
+                          char **names, int type, std::vector<TextRef> *refs)
 {
-    if (!spec) return;
-    if (spec->type == NN_NAME) {
+    if (!ref) return;
+    if (ref->type == NN_NAME) {
         out += '\'';
-        out += safe(spec->name);
+        out += safe(ref->name);
         out += '\'';
     } else {
-        print_ref(out, spec->number, prefix, names, type, refs);
+        print_ref(out, ref->number, prefix, names, type, refs);
     }
 }
 
-void print_region(std::string &out, const NameOrNumber *spec, const TextOptions &o,
+void print_region(std::string &out, const NameOrNumber *ref, const TextOptions &o,
                   std::vector<TextRef> *refs)
 {
-    print_spec(out, spec, o.region_prefix, o.region_names, FL_REGION, refs);
+    print_name_or_number(out, ref, o.region_prefix, o.region_names, FL_REGION, refs);
 }
 
-void print_dataset(std::string &out, const NameOrNumber *spec, const TextOptions &o,
+void print_dataset(std::string &out, const NameOrNumber *ref, const TextOptions &o,
                    std::vector<TextRef> *refs)
 {
-    print_spec(out, spec, o.dataset_prefix, o.dataset_names, FL_DATASET, refs);
+    print_name_or_number(out, ref, o.dataset_prefix, o.dataset_names, FL_DATASET, refs);
 }
 
 void print_band_list(std::string &out, const BandSpec *list, const TextOptions &o,

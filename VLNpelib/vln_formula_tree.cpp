@@ -25,20 +25,20 @@ ExprNode *new_node(int kind)
 
 NameOrNumber *new_name(const char *text, int length)
 {
-    auto *spec = static_cast<NameOrNumber *>(malloc_or_die(sizeof(NameOrNumber)));
-    memset(spec, 0, sizeof *spec);
-    spec->type = NN_NAME;
-    spec->name = strsave(std::string(text, length).c_str());
-    return spec;
+    auto *ref = static_cast<NameOrNumber *>(malloc_or_die(sizeof(NameOrNumber)));
+    memset(ref, 0, sizeof *ref);
+    ref->type = NN_NAME;
+    ref->name = strsave(std::string(text, length).c_str());
+    return ref;
 }
 
 NameOrNumber *new_number(int32_t number)
 {
-    auto *spec = static_cast<NameOrNumber *>(malloc_or_die(sizeof(NameOrNumber)));
-    memset(spec, 0, sizeof *spec);
-    spec->type = NN_NUMBER;
-    spec->number = number;
-    return spec;
+    auto *ref = static_cast<NameOrNumber *>(malloc_or_die(sizeof(NameOrNumber)));
+    memset(ref, 0, sizeof *ref);
+    ref->type = NN_NUMBER;
+    ref->number = number;
+    return ref;
 }
 
 BandSpec *new_bandspec(int type, const char *text, int length, int32_t number)
@@ -59,11 +59,11 @@ INumNode *new_inum(int32_t number)
     return inum;
 }
 
-void free_name_or_number_contents(NameOrNumber *spec)
+void free_name_or_number_contents(NameOrNumber *ref)
 {
-    if (!spec) return;
-    safe_free(spec->name);
-    spec->name = nullptr;
+    if (!ref) return;
+    safe_free(ref->name);
+    ref->name = nullptr;
 }
 
 namespace {
@@ -75,9 +75,9 @@ void add_bandspec(const BandSpec *band, RefKind kind, std::vector<int32_t> &out)
         out.push_back(band->number);
 }
 
-void add_spec(const NameOrNumber *spec, std::vector<int32_t> &out)
+void add_reference(const NameOrNumber *ref, std::vector<int32_t> &out)
 {
-    if (spec && spec->type == NN_NUMBER) out.push_back(spec->number);
+    if (ref && ref->type == NN_NUMBER) out.push_back(ref->number);
 }
 
 struct Collect {
@@ -99,8 +99,8 @@ void collect_visit(ExprNode *node, void *arg)
             const auto &d = node->u.dsconst;
             for (const BandSpec *b = d.band_list; b; b = b->next) add_bandspec(b, c->kind, out);
             add_bandspec(d.band, c->kind, out);
-            if (c->kind == RefKind::Region) add_spec(d.region, out);
-            if (c->kind == RefKind::Dataset) add_spec(d.dataset, out);
+            if (c->kind == RefKind::Region) add_reference(d.region, out);
+            if (c->kind == RefKind::Dataset) add_reference(d.dataset, out);
             break;
         }
         case EXPR_SIGMA:
@@ -112,15 +112,15 @@ void collect_visit(ExprNode *node, void *arg)
         case EXPR_USERSTATS: {
             const auto &s = node->u.userstats;
             for (const BandSpec *b = s.band_list; b; b = b->next) add_bandspec(b, c->kind, out);
-            if (c->kind == RefKind::Region) add_spec(s.region, out);
-            if (c->kind == RefKind::Dataset) add_spec(s.dataset, out);
+            if (c->kind == RefKind::Region) add_reference(s.region, out);
+            if (c->kind == RefKind::Dataset) add_reference(s.dataset, out);
             break;
         }
         case EXPR_INREGION:
-            if (c->kind == RefKind::Region) add_spec(&node->u.inregion.region, out);
+            if (c->kind == RefKind::Region) add_reference(&node->u.inregion.region, out);
             break;
         case EXPR_MAHAL:
-            if (c->kind == RefKind::Region) add_spec(&node->u.mahal.region, out);
+            if (c->kind == RefKind::Region) add_reference(&node->u.mahal.region, out);
             break;
         default:
             break;
@@ -204,11 +204,11 @@ void free_BandSpec_list(BandSpec *list)
     }
 }
 
-void free_NameOrNumber(NameOrNumber *spec)
+void free_NameOrNumber(NameOrNumber *ref)
 {
-    if (!spec) return;
-    safe_free(spec->name);
-    safe_free(spec);
+    if (!ref) return;
+    safe_free(ref->name);
+    safe_free(ref);
 }
 
 void free_ExprNode(ExprNode *node)

@@ -297,9 +297,10 @@ TEST(AlgRead, FailuresGiveTheirRowsAndLeaveAFreeableRecord)
         std::string path = dir.write("bad.alg", c.text);
         Alg a(path);
         EXPECT_EQ(a.status, c.row) << c.label << ": " << dsh::error_text();
-        if (c.message)
+        if (c.message) {
             EXPECT_NE(dsh::error_text().find(c.message), std::string::npos)
                 << c.label << ": " << dsh::error_text();
+        }
         EXPECT_NE(a.a, nullptr) << c.label;
     }
     algorithm *none = nullptr;
