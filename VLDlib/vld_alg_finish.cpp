@@ -93,7 +93,7 @@ void place_old_streams(algorithm &a, vld::AlgReadState &state)
 void upgrade_3d(algorithm &a)
 {
     if (a.d3info.draw_mode == 0 || !a.version || std::atof(a.version) >= 5.5) return;
-    a.view_mode = a.d3info.fly_thru_mode ? VM_Flythrough : VM_Planimetric3D;
+    a.view_mode = a.d3info.fly_thru_mode ? VM_Flythrough : VM_Perspective3D;
     a.d3info.degen_mode = 0;
     surface *s = a.surfaces;
     if (!s) return;

@@ -106,10 +106,8 @@ void check_array_size(kernel &k)
     if (!k.array || k.rows <= 0 || k.columns <= 0) return;
     size_t expected = cell_count(k.rows, k.columns);
     if (reading.array_count == expected) return;
-    char text[128];
-    std::snprintf(text, sizeof text, "Wrong number of list elements.  Expecting: %zu, got: %zu",
-                  expected, reading.array_count);
-    rf_report_error(text);
+    vld::report_list_count(static_cast<long long>(expected),
+                           static_cast<long long>(reading.array_count));
     safe_free(k.array);
     k.array = nullptr;
 }

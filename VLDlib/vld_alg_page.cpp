@@ -225,10 +225,7 @@ void read_values(vld::ReadContext &ctx, VLD_STATEMENT *st)
     ListShape shape = list_shape(ctx.field->code);
     size_t n = static_cast<size_t>(shape.rows * shape.columns);
     if (values.size() != n) {
-        char text[96];
-        std::snprintf(text, sizeof text, "Wrong number of list elements.  Expecting: %zu, got: %zu",
-                      n, values.size());
-        rf_report_error(text);
+        vld::report_list_count(static_cast<long long>(n), static_cast<long long>(values.size()));
     }
     auto *member = static_cast<double *>(vld::field_addr(ctx.record, *ctx.field));
     std::memcpy(member, values.data(), std::min(n, values.size()) * sizeof(double));

@@ -247,10 +247,7 @@ void read_bins(vld::ReadContext &ctx, VLD_STATEMENT *st)
     }
     VLD_free_textnodes(list);
     if (n != VLD_HIST_BUCKETS) {
-        char text[96];
-        std::snprintf(text, sizeof text, "Wrong number of list elements.  Expecting: %d, got: %d",
-                      VLD_HIST_BUCKETS, n);
-        rf_report_error(text);
+        vld::report_list_count(VLD_HIST_BUCKETS, n);
     }
 }
 

@@ -54,6 +54,9 @@ bool lex_bad_char();
 size_t lex_chars_read();
 /* The errors counted since VLD_init_lexer. */
 int lex_error_count();
+/* Set when VLD_init_lexer refused its file for being a FIFO, a device or a
+ * socket, which can't be read as a document. */
+extern bool lex_not_regular;
 
 /* The scanner's and the parser's whole state, set aside while a callback
  * reads another document by name, and put back afterwards. */

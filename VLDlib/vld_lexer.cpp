@@ -11,6 +11,11 @@
  * rf_report_error lives here because a diagnostic quotes the input: its name,
  * the line, the text of that line and the token last read.
  */
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -43,6 +48,8 @@ struct LexState {
     bool source_done = false;
 
     int line = 1;
+    size_t line_start = 0;      /* offset of the current line's first character */
+    size_t prev_line_start = 0; /* and of the line before it */
     bool any_read = false;
     size_t chars_read = 0;
     bool bad_char = false;
@@ -137,6 +144,21 @@ void consume(size_t n)
         L.ahead.erase(0, L.ahead_pos);
         L.ahead_pos = 0;
     }
+}
+
+// Offset in the input of the next character to be taken.
+size_t taken_offset()
+{
+    return L.chars_read - (L.ahead.size() - L.ahead_pos);
+}
+
+// Counts a line end just taken, remembering where the new line starts so that
+// a diagnostic can quote it without reading the input again from its start.
+void next_line()
+{
+    L.line++;
+    L.prev_line_start = L.line_start;
+    L.line_start = taken_offset();
 }
 
 // Takes `n` characters as the token's text.
@@ -347,7 +369,7 @@ Tok scan_string()
             continue;
         }
         if (c == '\r') continue;
-        if (c == '\n') L.line++;
+        if (c == '\n') next_line();
         L.text.push_back(static_cast<char>(c));
     }
 }
@@ -370,7 +392,7 @@ Tok scan()
         }
         if (c == '\n' || (c == '\r' && peek(1) == '\n')) {
             consume(c == '\r' ? 2 : 1);
-            L.line++;
+            next_line();
             if (L.in_braces) continue;  // inside braces a line end only counts
             L.text.assign("\n");
             L.last_newline = true;
@@ -398,44 +420,35 @@ Tok scan()
     }
 }
 
-// Up to 199 characters of line `wanted` of a file input, read again from its
-// start; false when it can't be read.
+// Up to 199 characters of line `wanted` of a file input, which is the line
+// being scanned or the one before it; false when it can't be read.
 bool line_text(int wanted, std::string &out)
 {
     out.clear();
-    if (wanted < 1) return false;
-    int line = 1;
-    bool found = false;
+    size_t start;
+    if (wanted == L.line)
+        start = L.line_start;
+    else if (wanted == L.line - 1 && wanted >= 1)
+        start = L.prev_line_start;
+    else
+        return false;
     if (L.mode == kMapped) {
-        for (size_t i = 0; i < L.size; i++) {
+        for (size_t i = start; i < L.size && out.size() < 199; i++) {
             unsigned char c = L.data[i];
-            if (line == wanted) {
-                found = true;
-                if (c == '\n' || c == '\0') break;
-                if (out.size() < 199) out.push_back(static_cast<char>(c));
-            } else if (c == '\n') {
-                line++;
-            }
+            if (c == '\n' || c == '\0') break;
+            out.push_back(static_cast<char>(c));
         }
-        found = found || line == wanted;
     } else {
         off_t here = ftello(L.fp);
-        if (here < 0 || fseeko(L.fp, 0, SEEK_SET) != 0) return false;
-        for (int c = getc(L.fp); c != EOF; c = getc(L.fp)) {
-            if (line == wanted) {
-                found = true;
-                if (c == '\n' || c == '\0') break;
-                if (out.size() < 199) out.push_back(static_cast<char>(c));
-            } else if (c == '\n') {
-                line++;
-            }
-        }
-        found = found || line == wanted;
+        if (here < 0 || fseeko(L.fp, static_cast<off_t>(start), SEEK_SET) != 0) return false;
+        for (int c = getc(L.fp); c != EOF && c != '\n' && c != '\0' && out.size() < 199;
+             c = getc(L.fp))
+            out.push_back(static_cast<char>(c));
         clearerr(L.fp);
         if (fseeko(L.fp, here, SEEK_SET) != 0) return false;
     }
     if (!out.empty() && out.back() == '\r') out.pop_back();
-    return found;
+    return true;
 }
 
 void append_diagnostic(const std::string &piece)
@@ -447,7 +460,31 @@ void append_diagnostic(const std::string &piece)
     vld_last_diagnostic[used + n] = '\0';
 }
 
+// Opens a document for reading, refusing without blocking anything that isn't
+// a regular file: opening a FIFO would wait for a writer for ever, and a
+// directory or a device is no document. -1 on failure, with the reason noted.
+int open_regular(const char *filename, off_t *size)
+{
+    lex_not_regular = false;
+    int fd;
+    do {
+        fd = open(filename, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return -1;
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        lex_not_regular = !S_ISDIR(st.st_mode);  // a directory is simply no file
+        close(fd);
+        return -1;
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    *size = st.st_size;
+    return fd;
+}
+
 }  // namespace
+
+bool lex_not_regular = false;
 
 struct SavedInput {
     LexState lex;
@@ -535,8 +572,11 @@ int VLD_init_lexer(int mode, int *error_counter, const char *filename, const cha
                 L.fp = vln_ReturnStdIn();
                 L.is_stdin = true;
             } else {
-                if (isdirectory(filename)) return 0;
-                L.fp = fopen(filename, "rb");
+                off_t size = 0;
+                int fd = open_regular(filename, &size);
+                if (fd < 0) return 0;
+                L.fp = fdopen(fd, "rb");
+                if (L.fp == nullptr) close(fd);
                 L.own_fp = true;
             }
             if (L.fp == nullptr) return 0;
@@ -546,11 +586,11 @@ int VLD_init_lexer(int mode, int *error_counter, const char *filename, const cha
             L.data = reinterpret_cast<const unsigned char *>(buffer);
             break;
         case kMapped: {
-            if (filename == nullptr || *filename == '\0' || isdirectory(filename)) return 0;
-            FILE *probe = fopen(filename, "rb");
-            if (probe == nullptr) return 0;
-            off_t size = fseeko(probe, 0, SEEK_END) == 0 ? ftello(probe) : -1;
-            fclose(probe);
+            if (filename == nullptr || *filename == '\0') return 0;
+            off_t size = 0;
+            int fd = open_regular(filename, &size);
+            if (fd < 0) return 0;
+            close(fd);
             if (size <= 0) return 0;  // an empty file can't be mapped
             char *message = nullptr;
             void *view = vln_fmap(filename, "s", static_cast<size_t>(size), 0, L.handles, &message);

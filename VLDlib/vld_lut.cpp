@@ -46,14 +46,6 @@ const lut &table(const void *r)
     return *static_cast<const lut *>(r);
 }
 
-void report_count(int expected, int got)
-{
-    char text[96];
-    std::snprintf(text, sizeof text, "Wrong number of list elements.  Expecting: %d, got: %d",
-                  expected, got);
-    rf_report_error(text);
-}
-
 /* A number of a row; colour values are kept to their 16 bits. */
 long element_value(const textnode *t)
 {
@@ -71,7 +63,7 @@ void read_entries(vld::ReadContext &ctx, VLD_STATEMENT *st)
     for (const textnode *t = list; t; t = t->next) elements++;
     int rows = elements / kValuesPerRow;
     if (elements % kValuesPerRow || (l.nr_entries > 0 && l.nr_entries != rows)) {
-        report_count((l.nr_entries > 0 ? l.nr_entries : rows) * kValuesPerRow, elements);
+        vld::report_list_count((l.nr_entries > 0 ? l.nr_entries : rows) * kValuesPerRow, elements);
     }
     safe_free(l.entries);
     l.entries = nullptr;
@@ -95,7 +87,7 @@ void read_nr_entries(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
     lut &l = table(ctx.record);
     if (l.entries && st->value.i != l.nr_entries) {
-        report_count(st->value.i * kValuesPerRow, l.nr_entries * kValuesPerRow);
+        vld::report_list_count(st->value.i * kValuesPerRow, l.nr_entries * kValuesPerRow);
         return;
     }
     l.nr_entries = st->value.i;

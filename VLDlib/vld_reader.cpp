@@ -18,6 +18,7 @@
 
 #include "vld_blocktext_internal.h"
 #include "vld_error_internal.h"
+#include "vld_record_internal.h"
 #include "vln_path.h"
 
 namespace {
@@ -127,15 +128,15 @@ int list_length(const textnode *list)
     return n;
 }
 
-void report_wrong_count(int expected, int got)
+}  // namespace
+
+void vld::report_list_count(long long expected, long long got)
 {
     char message[128];
-    snprintf(message, sizeof message, "Wrong number of list elements.  Expecting: %d, got: %d",
+    snprintf(message, sizeof message, "Wrong number of list elements.  Expecting: %lld, got: %lld",
              expected, got);
     rf_report_error(message);
 }
-
-}  // namespace
 
 using namespace vld_bt;
 
@@ -161,8 +162,11 @@ int eg_general(void *record, const char *filename, const char *block, const VLD_
         // read is set aside and taken up again afterwards.
         if (lex_is_open()) outer = lex_set_aside();
         if (!VLD_init_lexer(2, &errors, filename, nullptr)) {
+            bool not_regular = lex_not_regular;
             lex_restore(outer);
-            return VLD_setup_error(1, filename);
+            VLD_setup_error(1, filename);
+            if (not_regular) append_buffer_to_VLD_error("Not a regular file");
+            return 1;
         }
         parent = VLN_get_dirname(filename);
         parser_first_statement = true;
@@ -244,7 +248,7 @@ int list_to_array(T **result, textnode *list, int expected)
 {
     MutexGuard lock;  // a count that doesn't match is reported on the open input
     int n = list_length(list);
-    if (expected != -1 && expected != n) report_wrong_count(expected, n);
+    if (expected != -1 && expected != n) vld::report_list_count(expected, n);
     T *values = nullptr;
     if (n > 0) {
         values = static_cast<T *>(malloc_or_die(sizeof(T) * static_cast<size_t>(n)));
@@ -279,7 +283,7 @@ int conv_list_to_2Darray(double ***result, textnode *list, int rows, int columns
     if (result != nullptr) *result = nullptr;
     long long product = static_cast<long long>(rows) * columns;
     if (rows < 0 || columns < 0 || product != n) {
-        report_wrong_count(static_cast<int>(product), n);
+        vld::report_list_count(static_cast<int>(product), n);
         VLD_free_textnodes(list);
         return 0;
     }

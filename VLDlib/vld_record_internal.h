@@ -30,6 +30,11 @@
 
 namespace vld {
 
+/* Reports a list that doesn't hold the expected number of elements, with the
+ * reader's one wording; the keyword's line follows in the diagnostic. The
+ * report counts as an error but doesn't stop the reading. */
+void report_list_count(long long expected, long long got);
+
 struct Record;
 struct Field;
 

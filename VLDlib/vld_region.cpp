@@ -173,8 +173,8 @@ void read_stats_array(vld::ReadContext &ctx, VLD_STATEMENT *st)
         return;
     }
     if (values.size() != a.count) {
-        report("Wrong number of list elements in %s.  Expecting: %ld, got: %ld", keyword_name(ctx),
-               static_cast<long>(a.count), static_cast<long>(values.size()));
+        vld::report_list_count(static_cast<long long>(a.count),
+                               static_cast<long long>(values.size()));
         return;
     }
     safe_free(*a.slot);

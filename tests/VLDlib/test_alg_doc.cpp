@@ -135,6 +135,9 @@ TEST(AlgRead, PresentFormSettlesWhatTheDocumentLeftOut)
     EXPECT_EQ(red->multiple_coordspaces, 1);
     ASSERT_NE(red->next->dshdr, nullptr);
     EXPECT_NE(red->next->dshdr, red->dshdr);
+    // Sun angles are degrees in d:m:s form in the text, radians in the record.
+    EXPECT_DOUBLE_EQ(red->sun_azimuth, 45.0 * M_PI / 180.0);
+    EXPECT_DOUBLE_EQ(red->sun_angle, 30.0 * M_PI / 180.0);
     // The formula is fitted to the dataset: BandId "Red" is band 1.
     EXPECT_STREQ(red->formula.args[0].band_number, "1");
     // Layers of a surface that is off are left alone.
@@ -220,6 +223,19 @@ TEST(AlgRead, OldFormsAreBroughtUpToDate)
     EXPECT_STREQ(ll->dataset, "Variable");
     // Streams without a Formula block have the default one.
     EXPECT_STREQ(first->first_stream->formula.formula, "INPUT1");
+
+    // Without FlyThruMode an old 3D view is a perspective one; from 5.5 on
+    // the document's own ViewMode stands.
+    std::string text = dsh::slurp(kAlgDir + "legacy.alg");
+    const std::string fly = "\t\tFlyThruMode\t= Yes\n";
+    text.erase(text.find(fly), fly.size());
+    Alg perspective(dir.write("perspective.alg", text));
+    ASSERT_EQ(perspective.status, 0) << dsh::error_text();
+    EXPECT_EQ(perspective->view_mode, VM_Perspective3D);
+    text.replace(text.find("\"5.4\""), 5, "\"5.5\"");
+    Alg current(dir.write("current.alg", text));
+    ASSERT_EQ(current.status, 0) << dsh::error_text();
+    EXPECT_EQ(current->view_mode, VM_Flythrough);  // its Plythrough
 }
 
 TEST(AlgRead, EmptyDocumentGetsOneDefaultSurfaceAndStream)
@@ -286,6 +302,11 @@ TEST(AlgRead, FailuresGiveTheirRowsAndLeaveAFreeableRecord)
          7, "NumberOfArgs must stand before the FormulaArg blocks"},
         {"truncated", "Algorithm Begin\n" + corners + "\tSurface Begin\n\t\tStream Begin\n", 7,
          nullptr},
+        {"sun azimuth as a plain real",
+         "Algorithm Begin\n" + corners +
+             "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
+             "\t\t\tSunAzimuth = 45.5\n\t\tStream End\n\tSurface End\nAlgorithm End\n",
+         7, "Bad Type.  Expecting VTYPE_DMS, received VTYPE_FLOAT (45.5)"},
         {"colour beyond 16 bits",
          "Algorithm Begin\n" + corners +
              "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"

@@ -406,8 +406,11 @@ TEST(RegionStats, ListsAreCheckedAgainstTheBandCount)
         const char *body, *message;
     } cases[] = {
         {"MeanValue = { 1 2 }\nNumberOfBands = 2\n", "NumberOfBands must come before MeanValue"},
-        {"NumberOfBands = 2\nMeanValue = { 1 2 3 }\n", "Expecting: 2, got: 3"},
-        {"NumberOfBands = 2\nCovarianceMatrix = { 1 2 3 }\n", "Expecting: 4, got: 3"},
+        // The reader's one wording; the keyword stands in the quoted line.
+        {"NumberOfBands = 2\nMeanValue = { 1 2 3 }\n",
+         "ERROR: Wrong number of list elements.  Expecting: 2, got: 3\n"},
+        {"NumberOfBands = 2\nCovarianceMatrix = { 1 2 3 }\n",
+         "ERROR: Wrong number of list elements.  Expecting: 4, got: 3\n"},
         {"NumberOfBands = 2\nMinimumValue = { 1 low }\n", "received \"low\""},
         {"NumberOfBands = 2\nMeanValue = { 1 2 }\nNumberOfBands = 3\n", "differs"},
         {"NumberOfBands = -1\n", "out of range"},

@@ -1,8 +1,13 @@
 // The block-text scanner: token kinds, strings, comments, line ends, bad
 // characters, the three inputs, and the cost of a large document.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "bt_fixture.h"
 #include "capture.h"
@@ -178,6 +183,17 @@ TEST(Lexer, FileInputsNameTheirSourceAndLine)
     VLD_finalise_lexer();
     EXPECT_EQ(rf_check_file(), 0);
 
+    // Far into a long document, after a string that spans lines, the quoted
+    // line is still the one that holds the error.
+    std::string body = "Doc Begin\n";
+    for (int i = 0; i < 20000; i++) body += "  Int = " + std::to_string(i) + "\n";
+    body += "  Str = \"two\nlines\"\n  Int = 2.5 # the bad one\nDoc End\n";
+    path = dir.write("long.vld", body);
+    r = bt::read_file(path);
+    EXPECT_NE(r.error.find("    Line number: 20004\n    Line       :   Int = 2.5 # the bad one\n"),
+              std::string::npos)
+        << bt::diagnostic(r.error);
+
     // The library's standard input, named "-".
     FILE *in = tmpfile();
     fputs("Doc Begin\nInt = 1\nBogus = 2\nDoc End\n", in);
@@ -214,6 +230,35 @@ TEST(Lexer, InputsThatCannotBeOpened)
     EXPECT_EQ(bt::diagnostic(r.error),
               "ERROR: Invalid header file, probably a 0 length file\n"
               "    Line number: 1\n");
+}
+
+// A FIFO is refused at once, without waiting for a writer or reading from it.
+// The test writes a whole document into the FIFO and closes its end a little
+// later, so that a reader that does read it sees a good document, not a hang.
+TEST(Lexer, FifoIsRefusedWithoutReadingIt)
+{
+    bt::TempDir dir;
+    std::string fifo = dir.file("fifo.vld");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (int mode : {0, 2}) {
+        int fd = open(fifo.c_str(), O_RDWR | O_NONBLOCK);
+        ASSERT_GE(fd, 0);
+        std::string text = doc("Int = 1");
+        ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        std::thread closer([fd] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            close(fd);
+        });
+        if (mode == 2) {
+            bt::Result r = bt::read_file(fifo);
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.error, "Cannot open file \"" + fifo + "\"\nNot a regular file");
+        } else {
+            int errors = 0;
+            EXPECT_EQ(VLD_init_lexer(mode, &errors, fifo.c_str(), nullptr), 0);
+        }
+        closer.join();
+    }
 }
 
 TEST(Lexer, HandWrittenDocument)
