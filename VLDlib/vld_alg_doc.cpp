@@ -188,7 +188,9 @@ void read_surface(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     algorithm &a = alg_of(ctx.record);
     auto *s = static_cast<surface *>(vld::rec_alloc(vld::vld_surface_record()));
-    vld::append_surface(a, s);
+    auto *last = ctx.last_list == ctx.field ? static_cast<surface *>(ctx.last_element) : nullptr;
+    ctx.last_element = vld::append_surface(a, s, last);
+    ctx.last_list = ctx.field;
     keep_status(ctx, vld::rec_read(s, nullptr, vld::vld_surface_record()));
 }
 void write_surfaces(const vld::WriteContext &ctx)

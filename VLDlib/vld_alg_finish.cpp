@@ -80,11 +80,23 @@ surface *old_surface(const vld::AlgReadState &state, bool with_stream)
  * (from 1; 0 is the first), made as needed. */
 void place_old_streams(algorithm &a, vld::AlgReadState &state)
 {
+    std::vector<surface *> surfaces;
+    std::vector<stream *> last;  // each surface's last stream
+    for (surface *s = a.surfaces; s; s = s->next) {
+        surfaces.push_back(s);
+        stream *end = s->first_stream;
+        while (end && end->next) end = end->next;
+        last.push_back(end);
+    }
     for (stream *st : state.old_streams) {
-        int want = st->surface_id > 1 ? st->surface_id : 1;
-        int have = nr_surfaces_in_alg(&a);
-        for (; have < want; have++) vld::append_surface(a, old_surface(state, false));
-        vld::append_stream(vld::surface_at(a, want - 1), st);
+        // The reader has refused numbers beyond kMaxOldSurfaceId.
+        size_t want = st->surface_id > 1 ? static_cast<size_t>(st->surface_id) : 1;
+        while (surfaces.size() < want) {
+            surface *end = surfaces.empty() ? nullptr : surfaces.back();
+            surfaces.push_back(vld::append_surface(a, old_surface(state, false), end));
+            last.push_back(nullptr);
+        }
+        last[want - 1] = vld::append_stream(surfaces[want - 1], st, last[want - 1]);
     }
     state.old_streams.clear();
 }
@@ -140,9 +152,9 @@ surface *vld::surface_at(const algorithm &a, int i)
     return i < 0 ? s : nullptr;
 }
 
-void vld::append_surface(algorithm &a, surface *s)
+surface *vld::append_surface(algorithm &a, surface *s, surface *last)
 {
-    surface **tail = &a.surfaces, *prev = nullptr;
+    surface **tail = last ? &last->next : &a.surfaces, *prev = last;
     while (*tail) {
         prev = *tail;
         tail = &(*tail)->next;
@@ -150,6 +162,7 @@ void vld::append_surface(algorithm &a, surface *s)
     *tail = s;
     s->prev = prev;
     s->next = nullptr;
+    return s;
 }
 
 dscoord *vld::new_coord(const dscoord &c)

@@ -73,6 +73,9 @@ void select_first(algorithm &a);
 /* A new dscoord from the core allocator. */
 dscoord *new_coord(const dscoord &c);
 
+/* The largest StreamSurfaceId of an old top-level stream. */
+constexpr int32_t kMaxOldSurfaceId = 1024;
+
 /* Turns the old vector stream types 81 and 82 into link layers. */
 void upgrade_vector_types(stream &s, int32_t generated);
 /* A stream input with id 1 and nothing else. */
@@ -82,11 +85,12 @@ streaminput *default_streaminput();
 void relink_transforms(transform *chain);
 /* The surface at a zero-based index, or null. */
 surface *surface_at(const algorithm &a, int index);
-/* Appends a surface to the algorithm's list. */
-void append_surface(algorithm &a, surface *s);
-
-/* Appends a stream to a surface's list. */
-void append_stream(surface *s, stream *st);
+/* Append a surface to the algorithm's list, or a stream to a surface's. The
+ * search for the list's end starts at `last` when given, an element of the
+ * list, so that a long list is built in linear time. They return what they
+ * appended. */
+surface *append_surface(algorithm &a, surface *s, surface *last = nullptr);
+stream *append_stream(surface *s, stream *st, stream *last = nullptr);
 
 /* Whether the algorithm being read or written is embedded in a dataset
  * header: its dots-per-inch values then go with it as with transients. */

@@ -34,18 +34,29 @@ class EmbeddedScope {
     bool outer_;
 };
 
-/* Reads `name` into a new record at `address`, with `embedded` as given. */
+/* Reads `name` into a new record at `address`; an inner (embedded) read sets
+ * up no layers. A document that is already being read further up, through
+ * the layers of another, is refused: its layers would lead back to it for
+ * ever. An embedded read can't recurse, and within one read its result is
+ * shared. */
 int read_algorithm(algorithm **address, const char *name, bool inner)
 {
     if (!address) return VLD_setup_error(12, "Null structure pointer");
     IoLock lock;
+    vld::ReadScope read_scope;
+    std::string key = inner ? vld::document_key(name) : std::string();
+    if (inner && (*address = vld::cached_embedded_algorithm(key, name)) != nullptr) return 0;
     *address = static_cast<algorithm *>(vld::rec_alloc(rec()));
+    vld::OpenDocument open(inner ? nullptr : name);
+    if (open.looped())
+        return VLD_setup_vds_error("The Virtual Dataset \"%s\" is self referential\n", name);
     vld::vld_config_load_once();
     EmbeddedScope scope(inner);
     vld::AlgReadState state;
     int status = vld::rec_read(*address, name, rec(), &state, "Algorithm");
     if (!status) status = vld::finish_read(**address, name, state);
     if (!status && !inner) status = vld::setup_layers(*address);
+    if (!status && inner) vld::cache_embedded_algorithm(key, *address);
     return status;
 }
 

@@ -279,6 +279,20 @@ void read_directory(vld::ReadContext &ctx, VLD_STATEMENT *st)
     st->value.s = nullptr;
 }
 
+/* The surface of an old top-level stream; surfaces up to it are made as
+ * needed, so a number beyond any real document is refused. */
+void read_surface_id(vld::ReadContext &ctx, VLD_STATEMENT *st)
+{
+    int32_t n = st->value.i;
+    if (n < 0 || n > vld::kMaxOldSurfaceId) {
+        char text[96];
+        std::snprintf(text, sizeof text, "StreamSurfaceId = %d is out of range", n);
+        rf_report_error(text);
+        return;
+    }
+    as<stream>(ctx.record).surface_id = n;
+}
+
 void read_generated(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
     if (stream_read.record != ctx.record) start_read(ctx.record);
@@ -518,6 +532,9 @@ int sm_after_read(void *r, const void *)
 {
     stream &s = as<stream>(r);
     bool own = stream_read.record == r;
+    // A stream without Type is a pseudocolour layer, as the default stream
+    // is; left at 0 it could not be written back.
+    if (s.type == 0) s.type = ST_Pseudo;
     vld::upgrade_vector_types(s, own ? stream_read.generated : 0);
     resolve_dataset(s, own ? stream_read.directory : nullptr);
     if (vld::empty_text(s.file_extent) && !vld::empty_text(s.dataset)) {
@@ -759,9 +776,10 @@ const Field sm_fields[] = {
     {.code = SM_DATATYPE, .kind = Kind::Ignore},
     {.code = SM_DIRECTORY, .kind = Kind::Custom, .read_only = true, .read = read_directory},
     {.code = SM_SURFACE_ID,
-     .kind = Kind::Int32,
+     .kind = Kind::Custom,
      .offset = offsetof(stream, surface_id),
-     .read_only = true},
+     .read_only = true,
+     .read = read_surface_id},
     {.code = SM_GENERATED, .kind = Kind::Custom, .read_only = true, .read = read_generated},
 };
 

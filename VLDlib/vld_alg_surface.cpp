@@ -51,26 +51,30 @@ const VLD_KEYWORD sf_keywords[] = {{SF_NAME, "Name", VTYPE_STRING, nullptr},
                                    {SF_ID, "Id", VTYPE_INT, nullptr},
                                    {0, nullptr, 0, nullptr}};
 
-/* Appends a stream to the surface's list. */
-void append(surface &s, stream *st)
+/* Appends a stream to the surface's list; the search for its end starts at
+ * `last` when given, a stream of the list. Returns the stream. */
+stream *append(surface &s, stream *st, stream *last = nullptr)
 {
     st->next = nullptr;
     st->prev = nullptr;
     if (!s.first_stream) {
         s.first_stream = st;
-        return;
+        return st;
     }
-    stream *last = s.first_stream;
+    if (!last) last = s.first_stream;
     while (last->next) last = last->next;
     last->next = st;
     st->prev = last;
+    return st;
 }
 
 void read_stream(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     surface &s = as<surface>(ctx.record);
     auto *st = static_cast<stream *>(vld::rec_alloc(vld::vld_stream_record()));
-    append(s, st);
+    auto *last = ctx.last_list == ctx.field ? static_cast<stream *>(ctx.last_element) : nullptr;
+    ctx.last_element = append(s, st, last);
+    ctx.last_list = ctx.field;
     keep_status(ctx, vld::rec_read(st, nullptr, vld::vld_stream_record()));
 }
 
@@ -148,10 +152,11 @@ void sf_copy_extra(void *dst, const void *src)
     surface &d = as<surface>(dst);
     d.prev = d.next = nullptr;
     d.first_stream = nullptr;
+    stream *last = nullptr;
     for (const stream *st = as<surface>(src).first_stream; st; st = st->next) {
         stream *copy = nullptr;
         cp_stream(&copy, st);
-        append(d, copy);
+        last = append(d, copy, last);
     }
 }
 
@@ -205,9 +210,9 @@ const vld::Record &vld::vld_surface_record()
     return sf_record;
 }
 
-void vld::append_stream(surface *s, stream *st)
+stream *vld::append_stream(surface *s, stream *st, stream *last)
 {
-    append(*s, st);
+    return append(*s, st, last);
 }
 
 /* ---------------------------------------------------------------- the family */

@@ -133,6 +133,47 @@ bandid *copy_bandids(const bandid *bands, int count);
 /* Puts the region "All" at the head of the raster's regions when it is due. */
 void add_all_region(rasterinfo *raster);
 
+/* ---------------------------------------------------------------- one read of documents */
+
+/* Marks the calling thread as inside one read of documents for its life. The
+ * outermost scope owns what the read caches, and frees it when it ends. */
+class ReadScope {
+   public:
+    ReadScope();
+    ~ReadScope();
+    ReadScope(const ReadScope &) = delete;
+    ReadScope &operator=(const ReadScope &) = delete;
+};
+
+/* The key of a document's results within a read: its absolute name; empty
+ * for an empty name. */
+std::string document_key(const char *name);
+
+/* Marks a document as open for reading for the guard's life. looped() is true,
+ * and nothing is marked, when the same document is already open further up
+ * the read: reading it again would never end. */
+class OpenDocument {
+   public:
+    explicit OpenDocument(const char *name);
+    ~OpenDocument();
+    bool looped() const { return looped_; }
+    OpenDocument(const OpenDocument &) = delete;
+    OpenDocument &operator=(const OpenDocument &) = delete;
+
+   private:
+    std::string key_;
+    bool looped_ = false;
+};
+
+/* A new copy of what this read already made of the document `key`, or null;
+ * and the keeping of a copy of a result, while inside a scope. Headers are
+ * eg_dshdr's results, algorithms those of embedded reads (no layers set up);
+ * a copy takes `name` as its own. */
+dshdr *cached_header(const std::string &key, const char *name);
+void cache_header(const std::string &key, const dshdr *d);
+struct algorithm *cached_embedded_algorithm(const std::string &key, const char *name);
+void cache_embedded_algorithm(const std::string &key, const struct algorithm *a);
+
 }  // namespace vld
 
 VLD_BEGIN_DECLS

@@ -183,6 +183,10 @@ int eg_dshdr(dshdr **record, const char *name)
     *record = nullptr;
     if (vld::empty_text(name)) return VLD_setup_error(9);
     IoLock lock;
+    // Within one read each header is read once; later requests get a copy.
+    vld::ReadScope scope;
+    std::string key = vld::document_key(name);
+    if ((*record = vld::cached_header(key, name)) != nullptr) return 0;
     dshdr *d = nullptr;
     if (ends_with(name, ".alg") && std::strlen(name) > 4) {
         algorithm *alg = nullptr;
@@ -199,10 +203,15 @@ int eg_dshdr(dshdr **record, const char *name)
             ef_dshdr(d);
             return status;
         }
+        vld::cache_header(key, d);
         *record = d;
         return 0;
     }
 
+    // A header whose algorithm leads back to it is refused before it is read again.
+    vld::OpenDocument open(name);
+    if (open.looped())
+        return VLD_setup_vds_error("The Virtual Dataset \"%s\" is self referential\n", name);
     ea_dshdr(&d);
     vld::vld_config_load_once();
     vld::DshdrReadState state;
@@ -231,6 +240,7 @@ int eg_dshdr(dshdr **record, const char *name)
         ef_dshdr(d);
         return status;
     }
+    vld::cache_header(key, d);
     *record = d;
     return 0;
 }

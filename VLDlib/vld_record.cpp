@@ -134,9 +134,12 @@ void read_block(ReadContext &ctx, const Field &f)
         }
         case Kind::BlockList: {
             void *element = rec_alloc(sub);
-            void **tail = &member<void *>(ctx.record, f);
+            void **tail = ctx.last_list == &f && ctx.last_element ? &next_of(ctx.last_element)
+                                                                  : &member<void *>(ctx.record, f);
             while (*tail) tail = &next_of(*tail);
             *tail = element;
+            ctx.last_list = &f;
+            ctx.last_element = element;
             keep_status(ctx, rec_read(element, nullptr, sub, aux));
             break;
         }

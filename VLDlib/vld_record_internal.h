@@ -73,6 +73,10 @@ struct ReadContext {
     const void *aux;
     const Field *field;
     int status;
+    /* The element that a list field of this record took last, so that a long
+     * list is built in linear time: null, or an element still in its list. */
+    const Field *last_list = nullptr;
+    void *last_element = nullptr;
 };
 
 /* A text that a document can't tell from an absent one. */

@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "dshdr_fixture.h"
 #include "vld_alg.h"
@@ -608,6 +611,124 @@ TEST(AlgVirtual, LayerThatReadsTheDocumentBackIsRefused)
     EXPECT_NE(dsh::error_text().find("is self referential"), std::string::npos)
         << dsh::error_text();
     EXPECT_EQ(a->surfaces->first_stream->dshdr, nullptr);
+}
+
+/* An algorithm of one surface whose layers, all on, read the given datasets. */
+std::string layers_doc(const std::vector<std::string> &datasets)
+{
+    std::string text =
+        "Algorithm Begin\n"
+        "\tTopLeftCorner Begin\n\t\tMetersX = 0\n\t\tMetersY = 0\n\tTopLeftCorner End\n"
+        "\tBottomRightCorner Begin\n\t\tMetersX = 40\n\t\tMetersY = 30\n"
+        "\tBottomRightCorner End\n\tSurface Begin\n";
+    for (const std::string &ds : datasets)
+        text += "\t\tStream Begin\n\t\t\tType = Pseudo\n\t\t\tDataset = \"" + ds +
+                "\"\n\t\tStream End\n";
+    return text + "\tSurface End\nAlgorithm End\n";
+}
+
+// Layers that lead back to their own document, directly, through another
+// algorithm, through a virtual dataset header or through a linked folder, are
+// refused before the document is read again: such a read would never end.
+TEST(AlgVirtual, LayersThatLeadBackAreRefusedBeforeReadingAgain)
+{
+    TempDir dir;
+    write_datasets(dir);
+    dir.write("self.alg", layers_doc({"self.alg"}));
+    dir.write("a.alg", layers_doc({"land.vld", "b.alg"}));
+    dir.write("b.alg", layers_doc({"a.alg"}));
+    dir.write("v.alg", layers_doc({"w.vld"}));
+    symlink(".", dir.file("here").c_str());
+    dir.write("deep.alg", layers_doc({"here/deep.alg"}));
+    // A virtual dataset header whose algorithm reads the algorithm above.
+    {
+        Alg v(dir.write("w.alg", layers_doc({"land.vld"})));
+        ASSERT_EQ(v.status, 0) << dsh::error_text();
+        dsh::Header w(dir.file("w.alg"));
+        ASSERT_EQ(w.status, 0) << dsh::error_text();
+        safe_free(w->algorithm->surfaces->first_stream->dataset);
+        w->algorithm->surfaces->first_stream->dataset = strsave(dir.file("v.alg").c_str());
+        ASSERT_EQ(ep_dshdr(w.d, dir.file("w.vld").c_str()), 0) << dsh::error_text();
+    }
+    for (const char *name : {"self.alg", "a.alg", "b.alg", "v.alg", "deep.alg"}) {
+        SCOPED_TRACE(name);
+        Alg a(dir.file(name));
+        EXPECT_EQ(a.status, 49);
+        EXPECT_NE(dsh::error_text().find("is self referential"), std::string::npos)
+            << dsh::error_text();
+        dsh::Header h(dir.file(name));
+        EXPECT_EQ(h.status, 49);
+        EXPECT_EQ(h.d, nullptr);
+    }
+    // A read that failed leaves nothing behind: the next read starts afresh.
+    Alg fine(dir.write("fine.alg", layers_doc({"land.vld", "w.alg", "w.alg"})));
+    EXPECT_EQ(fine.status, 0) << dsh::error_text();
+}
+
+// Within one read a header is read once and handed out as copies: each copy
+// is its layer's own, named as its layer asked for it.
+TEST(AlgVirtual, HeadersReadOnceAreSharedAsCopies)
+{
+    TempDir dir;
+    write_datasets(dir);
+    mkdir(dir.file("lower").c_str(), 0755);
+    dir.write("lower/mid.alg", layers_doc({"../land.vld", "../land.vld"}));
+    Alg a(dir.write("top.alg", layers_doc({"lower/mid.alg", dir.file("lower/mid.alg"),
+                                           "lower/../lower/mid.alg", "land.vld"})));
+    ASSERT_EQ(a.status, 0) << dsh::error_text();
+    std::vector<dshdr *> seen;
+    for (stream *st = a->surfaces->first_stream; st; st = st->next) {
+        ASSERT_NE(st->dshdr, nullptr);
+        for (dshdr *d : seen) EXPECT_NE(d, st->dshdr);
+        seen.push_back(st->dshdr);
+    }
+    stream *first = a->surfaces->first_stream;
+    ASSERT_NE(first->dshdr->algorithm, nullptr);
+    EXPECT_EQ(nr_streams_in_alg(first->dshdr->algorithm), 2);
+    EXPECT_EQ(first->next->dshdr->info.r.nr_bands, first->dshdr->info.r.nr_bands);
+    EXPECT_EQ(nr_streams_in_alg(first->next->next->dshdr->algorithm), 2);
+    EXPECT_EQ(first->next->next->next->dshdr->algorithm, nullptr);
+    // A second read of the same documents is a read of its own.
+    Alg again(dir.file("top.alg"));
+    ASSERT_EQ(again.status, 0) << dsh::error_text();
+    EXPECT_TRUE(equal(a.a, again.a));
+}
+
+// Old top-level streams name their surface; surfaces up to it are made, so an
+// impossible number is a parse error, not a wait. A stream without Type is a
+// pseudocolour layer, and every document that reads writes back.
+TEST(AlgRead, OldSurfaceNumbersAndUntypedStreams)
+{
+    TempDir dir;
+    const std::string head =
+        "Algorithm Begin\n\tVersion = \"5.4\"\n"
+        "\tTopLeftCorner Begin\n\t\tMetersX = 0\n\tTopLeftCorner End\n"
+        "\tBottomRightCorner Begin\n\t\tMetersX = 1\n\tBottomRightCorner End\n";
+    for (const char *id : {"2147483647", "-1", "1025"}) {
+        Alg a(dir.write("far.alg", head +
+                                       "\tStream Begin\n\t\tTurnedOff = Yes\n"
+                                       "\t\tStreamSurfaceId = " +
+                                       id + "\n\tStream End\nAlgorithm End\n"));
+        EXPECT_EQ(a.status, 7) << id;
+        EXPECT_NE(
+            dsh::error_text().find(std::string("StreamSurfaceId = ") + id + " is out of range"),
+            std::string::npos)
+            << dsh::error_text();
+    }
+    Alg a(dir.write("third.alg", head + "\tStream Begin\n\t\tTurnedOff = Yes\n"
+                                        "\t\tStreamSurfaceId = 3\n\tStream End\n"
+                                        "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
+                                        "\t\tStream End\n\tSurface End\nAlgorithm End\n"));
+    ASSERT_EQ(a.status, 0) << dsh::error_text();
+    ASSERT_EQ(nr_surfaces_in_alg(a.a), 3);
+    EXPECT_EQ(a->surfaces->first_stream->type, ST_Pseudo);
+    EXPECT_EQ(a->surfaces->next->first_stream, nullptr);
+    EXPECT_EQ(nr_streams_in_surface(a->surfaces->next->next), 1);
+    std::string out = dir.file("out.alg");
+    ASSERT_EQ(ep_algorithm(a.a, out.c_str()), 0) << dsh::error_text();
+    EXPECT_NE(dsh::slurp(out).find("\t\t\tType\t\t= Pseudo\n"), std::string::npos);
+    Alg back(out);
+    EXPECT_EQ(back.status, 0) << dsh::error_text();
 }
 
 }  // namespace

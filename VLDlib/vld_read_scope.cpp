@@ -1,0 +1,121 @@
+/*
+ * vld_read_scope.cpp: what one read of documents shares, from the outermost
+ * eg_dshdr or eg_algorithm down to the last layer it opens.
+ *
+ * A layer may name a virtual dataset whose algorithm names further datasets,
+ * so one read can open many documents, and the same one many times. The scope
+ * keeps the documents that are open on the way down, so that a document that
+ * reaches itself again is refused before the second read starts, and the
+ * headers and embedded algorithms already read, so that each file is parsed
+ * once per read and every later request gets a copy. Results are kept by the
+ * absolute name they were asked for, not by the file a link leads to: names
+ * inside a document resolve against the folder it was reached through.
+ *
+ * The state is the calling thread's own, and lives exactly as long as the
+ * outermost scope; nothing of it outlives a read.
+ */
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vld_alg.h"
+#include "vld_dshdr_internal.h"
+#include "vln_path.h"
+
+namespace {
+
+struct ScopeState {
+    int depth = 0;
+    std::vector<std::string> open;           /* documents being read, outermost first */
+    std::map<std::string, dshdr *> headers;  /* eg_dshdr results */
+    std::map<std::string, algorithm *> algs; /* eg_vds_algorithm results */
+};
+
+thread_local ScopeState scope_state;
+
+}  // namespace
+
+vld::ReadScope::ReadScope()
+{
+    scope_state.depth++;
+}
+
+vld::ReadScope::~ReadScope()
+{
+    if (--scope_state.depth > 0) return;
+    for (auto &entry : scope_state.headers) ef_dshdr(entry.second);
+    for (auto &entry : scope_state.algs) ef_algorithm(entry.second);
+    scope_state.headers.clear();
+    scope_state.algs.clear();
+    scope_state.open.clear();
+}
+
+std::string vld::document_key(const char *name)
+{
+    if (empty_text(name)) return std::string();
+    char *abs = nullptr;
+    VLN_build_abs_fspec(&abs, nullptr, name);
+    std::string key = abs ? abs : name;
+    safe_free(abs);
+    return key;
+}
+
+vld::OpenDocument::OpenDocument(const char *name)
+{
+    // The file itself, whatever links lead to it: a loop through a linked
+    // folder would otherwise make a new name at every turn.
+    int saved_errno = errno;  // a name that isn't a link leaves EINVAL behind
+    char resolved[PATH_MAX];
+    key_ = empty_text(name)           ? std::string()
+           : realpath(name, resolved) ? resolved
+                                      : document_key(name);
+    for (const std::string &open : scope_state.open)
+        if (!key_.empty() && open == key_) looped_ = true;
+    if (!looped_) scope_state.open.push_back(key_);
+    errno = saved_errno;
+}
+
+vld::OpenDocument::~OpenDocument()
+{
+    if (!looped_ && !scope_state.open.empty()) scope_state.open.pop_back();
+}
+
+dshdr *vld::cached_header(const std::string &key, const char *name)
+{
+    auto hit = scope_state.headers.find(key);
+    if (key.empty() || hit == scope_state.headers.end()) return nullptr;
+    dshdr *copy = nullptr;
+    cp_dshdr(&copy, hit->second);
+    replace_text(copy->name, name);
+    return copy;
+}
+
+void vld::cache_header(const std::string &key, const dshdr *d)
+{
+    if (key.empty() || !d || scope_state.depth == 0 || scope_state.headers.count(key)) return;
+    dshdr *copy = nullptr;
+    cp_dshdr(&copy, d);
+    scope_state.headers[key] = copy;
+}
+
+algorithm *vld::cached_embedded_algorithm(const std::string &key, const char *name)
+{
+    auto hit = scope_state.algs.find(key);
+    if (key.empty() || hit == scope_state.algs.end()) return nullptr;
+    algorithm *copy = nullptr;
+    cp_algorithm_all(&copy, hit->second);
+    replace_text(copy->name, name);
+    return copy;
+}
+
+void vld::cache_embedded_algorithm(const std::string &key, const algorithm *a)
+{
+    if (key.empty() || !a || scope_state.depth == 0 || scope_state.algs.count(key)) return;
+    algorithm *copy = nullptr;
+    cp_algorithm_all(&copy, a);
+    scope_state.algs[key] = copy;
+}
