@@ -48,8 +48,7 @@ int read_algorithm(algorithm **address, const char *name, bool inner)
     if (inner && (*address = vld::cached_embedded_algorithm(key, name)) != nullptr) return 0;
     *address = static_cast<algorithm *>(vld::rec_alloc(rec()));
     vld::OpenDocument open(inner ? nullptr : name);
-    if (open.looped())
-        return VLD_setup_vds_error("The Virtual Dataset \"%s\" is self referential\n", name);
+    if (open.refused()) return open.refuse(name);
     vld::vld_config_load_once();
     EmbeddedScope scope(inner);
     vld::AlgReadState state;

@@ -16,12 +16,12 @@
 
 #include "vld_alg.h"
 #include "vld_coords.h"
+#include "vld_dshdr_internal.h"
 #include "vln_path.h"
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr int kMaxVdsDepth = 16;               /* nesting of virtual datasets searched */
 constexpr double kDefaultCellsAcross = 1000.0; /* without raster layers */
 
 /* ---------------------------------------------------------------- band groups */
@@ -260,7 +260,7 @@ int VLD_check_recur_alg(const algorithm *alg, char **name, char **parent)
     if (!alg || !name || !*name || !**name) return 0;
     DepthGuard depth;
     const char *where_from = parent ? *parent : nullptr;
-    bool hit = vds_depth > kMaxVdsDepth || VLD_check_ds_in_alg(alg, where_from, *name);
+    bool hit = vds_depth > vld::kMaxVdsDepth || VLD_check_ds_in_alg(alg, where_from, *name);
     const char *where = alg->name;
     char *inner_where = nullptr;
     for (const surface *s = alg->surfaces; s && !hit; s = s->next)

@@ -135,6 +135,11 @@ void add_all_region(rasterinfo *raster);
 
 /* ---------------------------------------------------------------- one read of documents */
 
+/* How deep virtual datasets may nest: a deeper nesting is taken for a loop
+ * that no name shows, and is refused like one. It also bounds the stack that
+ * one read takes. */
+constexpr int kMaxVdsDepth = 16;
+
 /* Marks the calling thread as inside one read of documents for its life. The
  * outermost scope owns what the read caches, and frees it when it ends. */
 class ReadScope {
@@ -149,20 +154,24 @@ class ReadScope {
  * for an empty name. */
 std::string document_key(const char *name);
 
-/* Marks a document as open for reading for the guard's life. looped() is true,
- * and nothing is marked, when the same document is already open further up
- * the read: reading it again would never end. */
+/* Marks a document as open for reading for the guard's life. refused() is
+ * true, and nothing is marked, when the same document is already open further
+ * up the read (reading it again would never end), or when more than
+ * kMaxVdsDepth documents are open; refuse() then sets the error, row 49, and
+ * returns it. */
 class OpenDocument {
    public:
     explicit OpenDocument(const char *name);
     ~OpenDocument();
-    bool looped() const { return looped_; }
+    bool refused() const { return looped_ || too_deep_; }
+    int refuse(const char *name) const;
     OpenDocument(const OpenDocument &) = delete;
     OpenDocument &operator=(const OpenDocument &) = delete;
 
    private:
     std::string key_;
     bool looped_ = false;
+    bool too_deep_ = false;
 };
 
 /* A new copy of what this read already made of the document `key`, or null;

@@ -210,8 +210,7 @@ int eg_dshdr(dshdr **record, const char *name)
 
     // A header whose algorithm leads back to it is refused before it is read again.
     vld::OpenDocument open(name);
-    if (open.looped())
-        return VLD_setup_vds_error("The Virtual Dataset \"%s\" is self referential\n", name);
+    if (open.refused()) return open.refuse(name);
     ea_dshdr(&d);
     vld::vld_config_load_once();
     vld::DshdrReadState state;

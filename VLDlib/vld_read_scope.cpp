@@ -75,13 +75,23 @@ vld::OpenDocument::OpenDocument(const char *name)
                                       : document_key(name);
     for (const std::string &open : scope_state.open)
         if (!key_.empty() && open == key_) looped_ = true;
-    if (!looped_) scope_state.open.push_back(key_);
+    too_deep_ = scope_state.open.size() > static_cast<size_t>(kMaxVdsDepth);
+    if (!refused()) scope_state.open.push_back(key_);
     errno = saved_errno;
+}
+
+int vld::OpenDocument::refuse(const char *name) const
+{
+    if (!looped_)
+        return VLD_setup_vds_error(
+            "The Virtual Dataset \"%s\" is nested too deeply: more than %d levels\n", name,
+            kMaxVdsDepth);
+    return VLD_setup_vds_error("The Virtual Dataset \"%s\" is self referential\n", name);
 }
 
 vld::OpenDocument::~OpenDocument()
 {
-    if (!looped_ && !scope_state.open.empty()) scope_state.open.pop_back();
+    if (!refused() && !scope_state.open.empty()) scope_state.open.pop_back();
 }
 
 dshdr *vld::cached_header(const std::string &key, const char *name)

@@ -134,13 +134,17 @@ const char *enum_word(const VLD_ENUM *enums, int32_t value)
 // A file name between quotes, unescaped as documents have always held them (the
 // reader repairs the one backslash it loses from a network name). Two things
 // that could not read back are mended: a trailing separator, which would
-// escape the closing quote, and a double quote inside the name.
+// escape the closing quote, and a double quote inside the name, which is
+// escaped together with the separators before it, since the reader takes a
+// backslash pair for one backslash.
 std::string quoted_filename(std::string path)
 {
     while (path.size() > 1 && (path.back() == '\\' || path.back() == '/')) path.pop_back();
     std::string out = "\"";
+    size_t run = 0;  // backslashes just written
     for (char c : path) {
-        if (c == '"') out += '\\';
+        if (c == '"') out.append(run + 1, '\\');
+        run = c == '\\' ? run + 1 : 0;
         out += c;
     }
     return out + "\"";

@@ -3,6 +3,7 @@
 // set-up (datasets, shared headers, link init programs), and virtual datasets
 // read through the dataset header.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <unistd.h>
@@ -663,6 +664,48 @@ TEST(AlgVirtual, LayersThatLeadBackAreRefusedBeforeReadingAgain)
     // A read that failed leaves nothing behind: the next read starts afresh.
     Alg fine(dir.write("fine.alg", layers_doc({"land.vld", "w.alg", "w.alg"})));
     EXPECT_EQ(fine.status, 0) << dsh::error_text();
+}
+
+// A chain of virtual datasets deeper than any real document is refused, and
+// reading it up to the limit fits in a small thread stack.
+TEST(AlgVirtual, DeepChainsAreRefusedWithinASmallStack)
+{
+    TempDir dir;
+    write_datasets(dir);
+    const int length = 40;
+    for (int i = 0; i < length; i++)
+        dir.write("c" + std::to_string(i) + ".alg",
+                  layers_doc({i + 1 < length ? "c" + std::to_string(i + 1) + ".alg" : "land.vld"}));
+    struct Job {
+        std::string path;
+        int status = -1;
+        std::string error;
+    };
+    auto read_on_small_stack = [](Job &job) {
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setstacksize(&attr, 512 * 1024);
+        pthread_t thread;
+        auto body = [](void *p) -> void * {
+            Job &j = *static_cast<Job *>(p);
+            algorithm *a = nullptr;
+            j.status = eg_algorithm(&a, j.path.c_str());
+            if (j.status) j.error = dsh::error_text();
+            ef_algorithm(a);
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&thread, &attr, body, &job), 0);
+        pthread_join(thread, nullptr);
+        pthread_attr_destroy(&attr);
+    };
+    Job deep{dir.file("c0.alg"), -1, ""};
+    read_on_small_stack(deep);
+    EXPECT_EQ(deep.status, 49);
+    EXPECT_NE(deep.error.find("is nested too deeply: more than 16 levels"), std::string::npos)
+        << deep.error;
+    Job shallow{dir.file("c" + std::to_string(length - 8) + ".alg"), -1, ""};
+    read_on_small_stack(shallow);
+    EXPECT_EQ(shallow.status, 0) << shallow.error;
 }
 
 // Within one read a header is read once and handed out as copies: each copy

@@ -108,8 +108,9 @@ TEST(Writer, LineFormats)
               "Doc End\n");
 }
 
-// Found by fuzzing: a file name ending in a separator wrote a backslash before
-// the closing quote, and the document no longer read.
+// Found by fuzzing: a file name ending in a separator, or with a backslash
+// before a quote, wrote a backslash that escaped a quote, and the document no
+// longer read.
 TEST(Writer, FileNamesReadBack)
 {
     struct Case {
@@ -118,6 +119,8 @@ TEST(Writer, FileNamesReadBack)
         {"/data/dir/", "File\t\t= \"/data/dir\"", "File=/data/dir"},
         {"/data/a\"b", "File\t\t= \"/data/a\\\"b\"", "File=/data/a\"b"},
         {"/", "File\t\t= \"/\"", "File=/"},
+        // A backslash just before a quote would escape the quote's escape.
+        {"/data/a\\\"b", "File\t\t= \"/data/a\\\\\\\"b\"", "File=/data/a/\"b"},
     };
     for (const Case &c : cases) {
         g_path = c.path;
