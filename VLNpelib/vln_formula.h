@@ -236,7 +236,10 @@ typedef struct FormulaList {
 /* ---------------------------------------------------------------- parsing and trees */
 
 /* Parses `text`. Returns null with *tree set, or a new message (free it with
- * safe_free) with *tree null. */
+ * safe_free) with *tree null. Nesting deeper than 100 levels, or a tree more
+ * than 10000 nodes tall, is refused as a "parser stack overflow": parsing
+ * stays safe on a small thread stack, and every function below walks even the
+ * tallest tree without recursion. */
 VLD_API char *string_to_expr(ExprNode **tree, const char *text);
 
 /* One node and all it owns, not its `next`; and a whole list. Null is allowed. */

@@ -90,17 +90,27 @@ void print_band_list(std::string &out, const BandSpec *list, const TextOptions &
     }
 }
 
-void print_input_nodes(std::string &out, const ExprNode *list, const TextOptions &o,
-                       std::vector<TextRef> *refs)
+/* A piece of text still to be written: a subexpression, or a literal text
+ * when `node` is null. */
+struct Piece {
+    const ExprNode *node;
+    const char *text;
+};
+
+/* Adds the pieces of a list of expressions, `separator` between them. */
+void add_list(std::vector<Piece> &tail, const ExprNode *list, const char *separator)
 {
     for (const ExprNode *n = list; n; n = n->next) {
-        if (n != list) out += ',';
-        print_expr(out, n, o, refs);
+        if (n != list) tail.push_back({nullptr, separator});
+        tail.push_back({n, nullptr});
     }
 }
 
-void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
-                std::vector<TextRef> *refs)
+/* Writes the text of `n` up to its first subexpression and adds, in order,
+ * the pieces that follow it to `tail`. A node without subexpressions is
+ * written whole. */
+void print_head(std::string &out, const ExprNode *n, const TextOptions &o,
+                std::vector<TextRef> *refs, std::vector<Piece> &tail)
 {
     switch (n->kind) {
         case EXPR_INPUT:
@@ -119,25 +129,22 @@ void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
             out += n->u.func.ff_type == FF_USER ? safe(n->u.func.name)
                                                 : fftype_text(n->u.func.ff_type);
             out += '(';
-            for (const ExprNode *a = n->u.func.args; a; a = a->next) {
-                if (a != n->u.func.args) out += ", ";
-                print_expr(out, a, o, refs);
-            }
-            out += ')';
+            add_list(tail, n->u.func.args, ", ");
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_OP:
             if (n->u.op.op_type == OP_NEGATE) {
                 out += '-';
-                print_expr(out, n->u.op.left, o, refs);
+                tail.push_back({n->u.op.left, nullptr});
             } else if (n->u.op.op_type == OP_NOT) {
                 out += "NOT ";
-                print_expr(out, n->u.op.left, o, refs);
+                tail.push_back({n->u.op.left, nullptr});
             } else {
-                print_expr(out, n->u.op.left, o, refs);
-                out += ' ';
-                out += optype_text(n->u.op.op_type);
-                out += ' ';
-                print_expr(out, n->u.op.right, o, refs);
+                tail.push_back({n->u.op.left, nullptr});
+                tail.push_back({nullptr, " "});
+                tail.push_back({nullptr, optype_text(n->u.op.op_type)});
+                tail.push_back({nullptr, " "});
+                tail.push_back({n->u.op.right, nullptr});
             }
             break;
         case EXPR_SIGMA:
@@ -147,16 +154,16 @@ void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
                 print_input(out, i->number, o, refs);
             }
             out += " | ";
-            print_expr(out, n->u.sigma.body, o, refs);
-            out += ')';
+            tail.push_back({n->u.sigma.body, nullptr});
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_IF:
             out += "IF ";
-            print_expr(out, n->u.ifx.condition, o, refs);
-            out += " THEN ";
-            print_expr(out, n->u.ifx.then_expr, o, refs);
-            out += " ELSE ";
-            print_expr(out, n->u.ifx.else_expr, o, refs);
+            tail.push_back({n->u.ifx.condition, nullptr});
+            tail.push_back({nullptr, " THEN "});
+            tail.push_back({n->u.ifx.then_expr, nullptr});
+            tail.push_back({nullptr, " ELSE "});
+            tail.push_back({n->u.ifx.else_expr, nullptr});
             break;
         case EXPR_INREGION:
             out += "INREGION(";
@@ -182,21 +189,21 @@ void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
             out += "MAHAL(";
             print_region(out, &n->u.mahal.region, o, refs);
             out += ',';
-            print_input_nodes(out, n->u.mahal.inputs, o, refs);
-            out += ')';
+            add_list(tail, n->u.mahal.inputs, ",");
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_INPUTVECTOR:
             out += "INPUTVECTOR(";
-            print_input_nodes(out, n->u.inputvector.inputs, o, refs);
-            out += ')';
+            add_list(tail, n->u.inputvector.inputs, ",");
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_USERSTATS:
             print_userstats(out, n, o, refs);
             break;
         case EXPR_ISNULL:
             out += "ISNULL(";
-            print_expr(out, n->u.isnull.operand, o, refs);
-            out += ')';
+            tail.push_back({n->u.isnull.operand, nullptr});
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_VARIABLE: {
             double value = 0.0;
@@ -220,13 +227,26 @@ char *to_buffer(char *buffer, const std::string &text)
 
 }  // namespace
 
+/* Prints with a stack of pieces rather than by recursion, so that the tallest
+ * tree the parser builds is printed on any thread. */
 void print_expr(std::string &out, const ExprNode *tree, const TextOptions &options,
                 std::vector<TextRef> *refs)
 {
-    if (!tree) return;
-    if (tree->parenthesised) out += '(';
-    print_body(out, tree, options, refs);
-    if (tree->parenthesised) out += ')';
+    std::vector<Piece> pending, tail;
+    if (tree) pending.push_back({tree, nullptr});
+    while (!pending.empty()) {
+        Piece p = pending.back();
+        pending.pop_back();
+        if (!p.node) {
+            if (p.text) out += p.text;  // a missing subexpression prints nothing
+            continue;
+        }
+        tail.clear();
+        if (p.node->parenthesised) out += '(';
+        print_head(out, p.node, options, refs, tail);
+        if (p.node->parenthesised) tail.push_back({nullptr, ")"});
+        pending.insert(pending.end(), tail.rbegin(), tail.rend());
+    }
 }
 
 void print_bandspec(std::string &out, const BandSpec *band, const TextOptions &options,
