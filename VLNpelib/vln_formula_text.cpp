@@ -7,6 +7,7 @@
  * remembering where each reference to an input, region or dataset lies, and
  * cuts the text at those marks for a user interface.
  */
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -357,6 +358,22 @@ char *expr_to_string(char *buffer, ExprNode *tree, const char *input_prefix, cha
     TextOptions o = make_options(input_prefix, input_names, region_prefix, region_names,
                                  dataset_prefix, dataset_names, nr_variables, variables);
     return to_buffer(buffer, expr_text(tree, o));
+}
+
+size_t expr_to_string_n(char *buffer, size_t size, ExprNode *tree, const char *input_prefix,
+                        char **input_names, const char *region_prefix, char **region_names,
+                        const char *dataset_prefix, char **dataset_names, int nr_variables,
+                        const variablearg *variables)
+{
+    TextOptions o = make_options(input_prefix, input_names, region_prefix, region_names,
+                                 dataset_prefix, dataset_names, nr_variables, variables);
+    std::string text = expr_text(tree, o);
+    if (buffer && size > 0) {
+        size_t n = std::min(text.size(), size - 1);
+        memcpy(buffer, text.data(), n);
+        buffer[n] = '\0';
+    }
+    return text.size();
 }
 
 int expr_to_list(FormulaList **list, ExprNode *tree, const char *input_prefix, char **input_names,

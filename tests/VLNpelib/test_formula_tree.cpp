@@ -247,6 +247,23 @@ TEST(FormulaText, PrefixesNameTablesAndVariables)
                  "2.500000 + 0.0");
 }
 
+TEST(FormulaText, SizedPrintCutsShortAndReportsTheWholeLength)
+{
+    Tree t("SIGMA(I1..I3 | I? * 2)");
+    const std::string whole = "SIGMA(I1,I2,I3 | I? * 2)";
+    auto print = [&](char *buffer, size_t size) {
+        return expr_to_string_n(buffer, size, t.root, "I", nullptr, "R", nullptr, "D", nullptr, 0,
+                                nullptr);
+    };
+    EXPECT_EQ(print(nullptr, 0), whole.size());
+    for (size_t size : {size_t{1}, size_t{2}, size_t{10}, whole.size(), whole.size() + 1}) {
+        std::vector<char> buffer(size + 4, '#');
+        EXPECT_EQ(print(buffer.data(), size), whole.size()) << size;
+        EXPECT_EQ(std::string(buffer.data()), whole.substr(0, size - 1)) << size;
+        EXPECT_EQ(buffer[size], '#') << "written past a buffer of " << size;
+    }
+}
+
 TEST(FormulaText, ListCutsAtReferences)
 {
     struct Entry {
