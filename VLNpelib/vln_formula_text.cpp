@@ -8,8 +8,12 @@
  * cuts the text at those marks for a user interface.
  */
 #include <algorithm>
+#include <cfloat>
+#include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -29,6 +33,40 @@ void append_format(std::string &out, const char *fmt, ...)
     vsnprintf(buffer, sizeof buffer, fmt, args);
     va_end(args);
     out += buffer;
+}
+
+/* The text reads back as `value`: it is a plain decimal the scanner takes (a
+ * real has no exponent, and INF or NAN would be names) whose value is that
+ * very double. */
+bool reads_back(const char *text, double value)
+{
+    const char *p = text + (*text == '-');
+    if (!*p) return false;
+    for (const char *c = p; *c; c++) {
+        if (!(*c >= '0' && *c <= '9') && *c != '.') return false;
+    }
+    double read = strtod(text, nullptr);
+    return memcmp(&read, &value, sizeof read) == 0;
+}
+
+/* Writes a number in the look `format` gives it (%.13G for numbers, %f for
+ * the values of variables) when that text reads back to the same double, and
+ * otherwise as the shortest plain decimal that does, so that every printed
+ * formula reads back to the tree it came from. The language has no infinity
+ * (an overlong literal reads as the largest double) and no NaN: an infinity
+ * prints as the largest double of its sign and a NaN as zero. */
+void append_number(std::string &out, double value, const char *format)
+{
+    if (std::isnan(value)) value = 0.0;
+    if (std::isinf(value)) value = std::copysign(DBL_MAX, value);
+    char text[512];  // DBL_MAX takes 309 digits before the point
+    int n = snprintf(text, sizeof text, format, value);
+    if (n > 0 && static_cast<size_t>(n) < sizeof text && reads_back(text, value)) {
+        out += text;
+        return;
+    }
+    auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
+    out.append(text, result.ptr);
 }
 
 const char *safe(const char *s)
@@ -118,7 +156,7 @@ void print_head(std::string &out, const ExprNode *n, const TextOptions &o,
             print_input(out, n->u.input.input_number, o, refs);
             break;
         case EXPR_NUMBER:
-            append_format(out, "%.13G", n->u.number.value);
+            append_number(out, n->u.number.value, "%.13G");
             break;
         case EXPR_DSCONST:
             print_dsconst(out, n, o, refs);
@@ -209,7 +247,7 @@ void print_head(std::string &out, const ExprNode *n, const TextOptions &o,
         case EXPR_VARIABLE: {
             double value = 0.0;
             if (find_variable_value(n->u.variable.name, o.nr_variables, o.variables, &value))
-                append_format(out, "%f", value);
+                append_number(out, value, "%f");
             else
                 out += "0.0";
             break;
