@@ -17,6 +17,7 @@
 #ifndef VORLAN_VLN_FORMULA_H
 #define VORLAN_VLN_FORMULA_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "vld_alg.h"
@@ -236,7 +237,10 @@ typedef struct FormulaList {
 /* ---------------------------------------------------------------- parsing and trees */
 
 /* Parses `text`. Returns null with *tree set, or a new message (free it with
- * safe_free) with *tree null. */
+ * safe_free) with *tree null. Nesting deeper than 100 levels, or a tree more
+ * than 10000 nodes tall, is refused as a "parser stack overflow": parsing
+ * stays safe on a small thread stack, and every function below walks even the
+ * tallest tree without recursion. */
 VLD_API char *string_to_expr(ExprNode **tree, const char *text);
 
 /* One node and all it owns, not its `next`; and a whole list. Null is allowed. */
@@ -273,6 +277,15 @@ VLD_API char *expr_to_string(char *buffer, ExprNode *tree, const char *input_pre
                              char **input_names, const char *region_prefix, char **region_names,
                              const char *dataset_prefix, char **dataset_names, int nr_variables,
                              const variablearg *variables);
+/* The same text written into a buffer of `size` bytes: cut short when it
+ * doesn't fit, and always ended when `size` is not zero. Returns the length of
+ * the whole text, so that a caller sizes its buffer by a first call with
+ * `size` 0 (and `buffer` null), as with snprintf. expr_to_string itself
+ * assumes the buffer is large enough. */
+VLD_API size_t expr_to_string_n(char *buffer, size_t size, ExprNode *tree, const char *input_prefix,
+                                char **input_names, const char *region_prefix, char **region_names,
+                                const char *dataset_prefix, char **dataset_names, int nr_variables,
+                                const variablearg *variables);
 /* The same text cut into literal pieces and references. Returns 0. */
 VLD_API int expr_to_list(FormulaList **list, ExprNode *tree, const char *input_prefix,
                          char **input_names, const char *region_prefix, char **region_names,

@@ -104,6 +104,11 @@ BandSpec *new_bandspec(int type, const char *text, int length, int32_t number);
 INumNode *new_inum(int32_t number);
 void free_name_or_number_contents(NameOrNumber *ref);
 
+/* The child expressions of `node`, in document order, appended to `out`.
+ * Walkers keep their own stack of these instead of recursing: a tree may be
+ * as tall as the parser allows, and the library runs on small thread stacks. */
+void expr_children(const ExprNode *node, std::vector<ExprNode *> &out);
+
 /* Every input, region or dataset number referred to, in tree order; the
  * loop input and quoted names are left out. */
 enum class RefKind { Input, Region, Dataset };

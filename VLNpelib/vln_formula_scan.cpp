@@ -8,7 +8,9 @@
  * real has no exponent. A carriage return is not white space and an unclosed
  * quote is a lone quote character; both end in a parse error, as they should.
  */
+#include <cfloat>
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -78,6 +80,15 @@ int match_real(const char *p)
     n = 1;
     while (is_digit(p[n])) n++;
     return n;
+}
+
+/* The double a literal of `n` characters at p names. A literal too large for
+ * a double reads as the largest one: the language has no infinity (division
+ * by zero saturates the same way), and so every literal prints back. */
+double literal_value(const char *p, int n)
+{
+    double value = strtod(std::string(p, n).c_str(), nullptr);
+    return std::isinf(value) ? DBL_MAX : value;
 }
 
 struct NumberedRule {
@@ -160,13 +171,13 @@ Token Scanner::next()
                 best = n;
                 t.kind = Tok::Integer;
                 t.number = digits_value(p, n);
-                t.real = strtod(std::string(p, n).c_str(), nullptr);
+                t.real = literal_value(p, n);
             }
         }
         if (int n = match_real(p); n > best) {
             best = n;
             t.kind = Tok::Real;
-            t.real = strtod(std::string(p, n).c_str(), nullptr);
+            t.real = literal_value(p, n);
         }
         if (best == 0 && p[0] == '.' && p[1] == '.') {  // rule 15
             best = 2;

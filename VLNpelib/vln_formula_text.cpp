@@ -7,8 +7,13 @@
  * remembering where each reference to an input, region or dataset lies, and
  * cuts the text at those marks for a user interface.
  */
+#include <algorithm>
+#include <cfloat>
+#include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -28,6 +33,40 @@ void append_format(std::string &out, const char *fmt, ...)
     vsnprintf(buffer, sizeof buffer, fmt, args);
     va_end(args);
     out += buffer;
+}
+
+/* The text reads back as `value`: it is a plain decimal the scanner takes (a
+ * real has no exponent, and INF or NAN would be names) whose value is that
+ * very double. */
+bool reads_back(const char *text, double value)
+{
+    const char *p = text + (*text == '-');
+    if (!*p) return false;
+    for (const char *c = p; *c; c++) {
+        if (!(*c >= '0' && *c <= '9') && *c != '.') return false;
+    }
+    double read = strtod(text, nullptr);
+    return memcmp(&read, &value, sizeof read) == 0;
+}
+
+/* Writes a number in the look `format` gives it (%.13G for numbers, %f for
+ * the values of variables) when that text reads back to the same double, and
+ * otherwise as the shortest plain decimal that does, so that every printed
+ * formula reads back to the tree it came from. The language has no infinity
+ * (an overlong literal reads as the largest double) and no NaN: an infinity
+ * prints as the largest double of its sign and a NaN as zero. */
+void append_number(std::string &out, double value, const char *format)
+{
+    if (std::isnan(value)) value = 0.0;
+    if (std::isinf(value)) value = std::copysign(DBL_MAX, value);
+    char text[512];  // DBL_MAX takes 309 digits before the point
+    int n = snprintf(text, sizeof text, format, value);
+    if (n > 0 && static_cast<size_t>(n) < sizeof text && reads_back(text, value)) {
+        out += text;
+        return;
+    }
+    auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
+    out.append(text, result.ptr);
 }
 
 const char *safe(const char *s)
@@ -90,24 +129,34 @@ void print_band_list(std::string &out, const BandSpec *list, const TextOptions &
     }
 }
 
-void print_input_nodes(std::string &out, const ExprNode *list, const TextOptions &o,
-                       std::vector<TextRef> *refs)
+/* A piece of text still to be written: a subexpression, or a literal text
+ * when `node` is null. */
+struct Piece {
+    const ExprNode *node;
+    const char *text;
+};
+
+/* Adds the pieces of a list of expressions, `separator` between them. */
+void add_list(std::vector<Piece> &tail, const ExprNode *list, const char *separator)
 {
     for (const ExprNode *n = list; n; n = n->next) {
-        if (n != list) out += ',';
-        print_expr(out, n, o, refs);
+        if (n != list) tail.push_back({nullptr, separator});
+        tail.push_back({n, nullptr});
     }
 }
 
-void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
-                std::vector<TextRef> *refs)
+/* Writes the text of `n` up to its first subexpression and adds, in order,
+ * the pieces that follow it to `tail`. A node without subexpressions is
+ * written whole. */
+void print_head(std::string &out, const ExprNode *n, const TextOptions &o,
+                std::vector<TextRef> *refs, std::vector<Piece> &tail)
 {
     switch (n->kind) {
         case EXPR_INPUT:
             print_input(out, n->u.input.input_number, o, refs);
             break;
         case EXPR_NUMBER:
-            append_format(out, "%.13G", n->u.number.value);
+            append_number(out, n->u.number.value, "%.13G");
             break;
         case EXPR_DSCONST:
             print_dsconst(out, n, o, refs);
@@ -119,25 +168,22 @@ void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
             out += n->u.func.ff_type == FF_USER ? safe(n->u.func.name)
                                                 : fftype_text(n->u.func.ff_type);
             out += '(';
-            for (const ExprNode *a = n->u.func.args; a; a = a->next) {
-                if (a != n->u.func.args) out += ", ";
-                print_expr(out, a, o, refs);
-            }
-            out += ')';
+            add_list(tail, n->u.func.args, ", ");
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_OP:
             if (n->u.op.op_type == OP_NEGATE) {
                 out += '-';
-                print_expr(out, n->u.op.left, o, refs);
+                tail.push_back({n->u.op.left, nullptr});
             } else if (n->u.op.op_type == OP_NOT) {
                 out += "NOT ";
-                print_expr(out, n->u.op.left, o, refs);
+                tail.push_back({n->u.op.left, nullptr});
             } else {
-                print_expr(out, n->u.op.left, o, refs);
-                out += ' ';
-                out += optype_text(n->u.op.op_type);
-                out += ' ';
-                print_expr(out, n->u.op.right, o, refs);
+                tail.push_back({n->u.op.left, nullptr});
+                tail.push_back({nullptr, " "});
+                tail.push_back({nullptr, optype_text(n->u.op.op_type)});
+                tail.push_back({nullptr, " "});
+                tail.push_back({n->u.op.right, nullptr});
             }
             break;
         case EXPR_SIGMA:
@@ -147,16 +193,16 @@ void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
                 print_input(out, i->number, o, refs);
             }
             out += " | ";
-            print_expr(out, n->u.sigma.body, o, refs);
-            out += ')';
+            tail.push_back({n->u.sigma.body, nullptr});
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_IF:
             out += "IF ";
-            print_expr(out, n->u.ifx.condition, o, refs);
-            out += " THEN ";
-            print_expr(out, n->u.ifx.then_expr, o, refs);
-            out += " ELSE ";
-            print_expr(out, n->u.ifx.else_expr, o, refs);
+            tail.push_back({n->u.ifx.condition, nullptr});
+            tail.push_back({nullptr, " THEN "});
+            tail.push_back({n->u.ifx.then_expr, nullptr});
+            tail.push_back({nullptr, " ELSE "});
+            tail.push_back({n->u.ifx.else_expr, nullptr});
             break;
         case EXPR_INREGION:
             out += "INREGION(";
@@ -182,26 +228,26 @@ void print_body(std::string &out, const ExprNode *n, const TextOptions &o,
             out += "MAHAL(";
             print_region(out, &n->u.mahal.region, o, refs);
             out += ',';
-            print_input_nodes(out, n->u.mahal.inputs, o, refs);
-            out += ')';
+            add_list(tail, n->u.mahal.inputs, ",");
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_INPUTVECTOR:
             out += "INPUTVECTOR(";
-            print_input_nodes(out, n->u.inputvector.inputs, o, refs);
-            out += ')';
+            add_list(tail, n->u.inputvector.inputs, ",");
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_USERSTATS:
             print_userstats(out, n, o, refs);
             break;
         case EXPR_ISNULL:
             out += "ISNULL(";
-            print_expr(out, n->u.isnull.operand, o, refs);
-            out += ')';
+            tail.push_back({n->u.isnull.operand, nullptr});
+            tail.push_back({nullptr, ")"});
             break;
         case EXPR_VARIABLE: {
             double value = 0.0;
             if (find_variable_value(n->u.variable.name, o.nr_variables, o.variables, &value))
-                append_format(out, "%f", value);
+                append_number(out, value, "%f");
             else
                 out += "0.0";
             break;
@@ -220,13 +266,26 @@ char *to_buffer(char *buffer, const std::string &text)
 
 }  // namespace
 
+/* Prints with a stack of pieces rather than by recursion, so that the tallest
+ * tree the parser builds is printed on any thread. */
 void print_expr(std::string &out, const ExprNode *tree, const TextOptions &options,
                 std::vector<TextRef> *refs)
 {
-    if (!tree) return;
-    if (tree->parenthesised) out += '(';
-    print_body(out, tree, options, refs);
-    if (tree->parenthesised) out += ')';
+    std::vector<Piece> pending, tail;
+    if (tree) pending.push_back({tree, nullptr});
+    while (!pending.empty()) {
+        Piece p = pending.back();
+        pending.pop_back();
+        if (!p.node) {
+            if (p.text) out += p.text;  // a missing subexpression prints nothing
+            continue;
+        }
+        tail.clear();
+        if (p.node->parenthesised) out += '(';
+        print_head(out, p.node, options, refs, tail);
+        if (p.node->parenthesised) tail.push_back({nullptr, ")"});
+        pending.insert(pending.end(), tail.rbegin(), tail.rend());
+    }
 }
 
 void print_bandspec(std::string &out, const BandSpec *band, const TextOptions &options,
@@ -337,6 +396,22 @@ char *expr_to_string(char *buffer, ExprNode *tree, const char *input_prefix, cha
     TextOptions o = make_options(input_prefix, input_names, region_prefix, region_names,
                                  dataset_prefix, dataset_names, nr_variables, variables);
     return to_buffer(buffer, expr_text(tree, o));
+}
+
+size_t expr_to_string_n(char *buffer, size_t size, ExprNode *tree, const char *input_prefix,
+                        char **input_names, const char *region_prefix, char **region_names,
+                        const char *dataset_prefix, char **dataset_names, int nr_variables,
+                        const variablearg *variables)
+{
+    TextOptions o = make_options(input_prefix, input_names, region_prefix, region_names,
+                                 dataset_prefix, dataset_names, nr_variables, variables);
+    std::string text = expr_text(tree, o);
+    if (buffer && size > 0) {
+        size_t n = std::min(text.size(), size - 1);
+        memcpy(buffer, text.data(), n);
+        buffer[n] = '\0';
+    }
+    return text.size();
 }
 
 int expr_to_list(FormulaList **list, ExprNode *tree, const char *input_prefix, char **input_names,

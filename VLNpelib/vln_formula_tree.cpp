@@ -175,6 +175,44 @@ std::vector<const char *> variable_names(ExprNode *tree, bool keep_duplicates)
 
 }  // namespace
 
+void expr_children(const ExprNode *node, std::vector<ExprNode *> &out)
+{
+    auto add = [&out](ExprNode *child) {
+        if (child) out.push_back(child);
+    };
+    auto add_list = [&out](ExprNode *list) {
+        for (ExprNode *n = list; n; n = n->next) out.push_back(n);
+    };
+    switch (node->kind) {
+        case EXPR_FUNC:
+            add_list(node->u.func.args);
+            break;
+        case EXPR_OP:
+            add(node->u.op.left);
+            add(node->u.op.right);
+            break;
+        case EXPR_SIGMA:
+            add(node->u.sigma.body);
+            break;
+        case EXPR_IF:
+            add(node->u.ifx.condition);
+            add(node->u.ifx.then_expr);
+            add(node->u.ifx.else_expr);
+            break;
+        case EXPR_MAHAL:
+            add_list(node->u.mahal.inputs);
+            break;
+        case EXPR_INPUTVECTOR:
+            add_list(node->u.inputvector.inputs);
+            break;
+        case EXPR_ISNULL:
+            add(node->u.isnull.operand);
+            break;
+        default:
+            break;
+    }
+}
+
 void collect_numbers(ExprNode *tree, RefKind kind, std::vector<int32_t> &out)
 {
     Collect c{kind, &out};
@@ -211,58 +249,79 @@ void free_NameOrNumber(NameOrNumber *ref)
     safe_free(ref);
 }
 
+/* Frees without recursion and without allocating, however tall the tree: the
+ * nodes still to be freed are chained through their own `next`, which means
+ * nothing any more once a node is on its way out. */
 void free_ExprNode(ExprNode *node)
 {
     if (!node) return;
-    switch (node->kind) {
-        case EXPR_DSCONST:
-            free_BandSpec_list(node->u.dsconst.band_list);
-            free_NameOrNumber(node->u.dsconst.dataset);
-            free_NameOrNumber(node->u.dsconst.region);
-            free_BandSpec_list(node->u.dsconst.band);
-            break;
-        case EXPR_FUNC:
-            safe_free(node->u.func.name);
-            free_ExprNode_list(node->u.func.args);
-            break;
-        case EXPR_OP:
-            free_ExprNode(node->u.op.left);
-            free_ExprNode(node->u.op.right);
-            break;
-        case EXPR_SIGMA:
-            free_INumNode_list(node->u.sigma.inputs);
-            free_ExprNode(node->u.sigma.body);
-            break;
-        case EXPR_IF:
-            free_ExprNode(node->u.ifx.condition);
-            free_ExprNode(node->u.ifx.then_expr);
-            free_ExprNode(node->u.ifx.else_expr);
-            break;
-        case EXPR_INREGION:
-            free_name_or_number_contents(&node->u.inregion.region);
-            break;
-        case EXPR_MAHAL:
-            free_name_or_number_contents(&node->u.mahal.region);
-            free_ExprNode_list(node->u.mahal.inputs);
-            break;
-        case EXPR_INPUTVECTOR:
-            free_ExprNode_list(node->u.inputvector.inputs);
-            break;
-        case EXPR_USERSTATS:
-            free_NameOrNumber(node->u.userstats.dataset);
-            free_NameOrNumber(node->u.userstats.region);
-            free_BandSpec_list(node->u.userstats.band_list);
-            break;
-        case EXPR_ISNULL:
-            free_ExprNode(node->u.isnull.operand);
-            break;
-        case EXPR_VARIABLE:
-            safe_free(node->u.variable.name);
-            break;
-        default:
-            break;
+    node->next = nullptr;
+    ExprNode *pending = node;
+    auto push = [&pending](ExprNode *child) {
+        if (!child) return;
+        child->next = pending;
+        pending = child;
+    };
+    auto push_list = [&pending](ExprNode *list) {
+        if (!list) return;
+        ExprNode *tail = list;
+        while (tail->next) tail = tail->next;
+        tail->next = pending;
+        pending = list;
+    };
+    while (pending) {
+        ExprNode *n = pending;
+        pending = n->next;
+        switch (n->kind) {
+            case EXPR_DSCONST:
+                free_BandSpec_list(n->u.dsconst.band_list);
+                free_NameOrNumber(n->u.dsconst.dataset);
+                free_NameOrNumber(n->u.dsconst.region);
+                free_BandSpec_list(n->u.dsconst.band);
+                break;
+            case EXPR_FUNC:
+                safe_free(n->u.func.name);
+                push_list(n->u.func.args);
+                break;
+            case EXPR_OP:
+                push(n->u.op.left);
+                push(n->u.op.right);
+                break;
+            case EXPR_SIGMA:
+                free_INumNode_list(n->u.sigma.inputs);
+                push(n->u.sigma.body);
+                break;
+            case EXPR_IF:
+                push(n->u.ifx.condition);
+                push(n->u.ifx.then_expr);
+                push(n->u.ifx.else_expr);
+                break;
+            case EXPR_INREGION:
+                free_name_or_number_contents(&n->u.inregion.region);
+                break;
+            case EXPR_MAHAL:
+                free_name_or_number_contents(&n->u.mahal.region);
+                push_list(n->u.mahal.inputs);
+                break;
+            case EXPR_INPUTVECTOR:
+                push_list(n->u.inputvector.inputs);
+                break;
+            case EXPR_USERSTATS:
+                free_NameOrNumber(n->u.userstats.dataset);
+                free_NameOrNumber(n->u.userstats.region);
+                free_BandSpec_list(n->u.userstats.band_list);
+                break;
+            case EXPR_ISNULL:
+                push(n->u.isnull.operand);
+                break;
+            case EXPR_VARIABLE:
+                safe_free(n->u.variable.name);
+                break;
+            default:
+                break;
+        }
+        safe_free(n);
     }
-    safe_free(node);
 }
 
 void free_ExprNode_list(ExprNode *list)
@@ -281,38 +340,20 @@ void free_FormulaList(FormulaList *list)
     safe_free(list);
 }
 
+/* Walks with a stack of its own rather than by recursion, so that the tallest
+ * tree the parser builds is walked on any thread. */
 void walk_formula(ExprNode *node, void (*visit)(ExprNode *node, void *arg), void *arg)
 {
     if (!node) return;
-    visit(node, arg);
-    switch (node->kind) {
-        case EXPR_FUNC:
-            for (ExprNode *a = node->u.func.args; a; a = a->next) walk_formula(a, visit, arg);
-            break;
-        case EXPR_OP:
-            walk_formula(node->u.op.left, visit, arg);
-            walk_formula(node->u.op.right, visit, arg);
-            break;
-        case EXPR_SIGMA:
-            walk_formula(node->u.sigma.body, visit, arg);
-            break;
-        case EXPR_IF:
-            walk_formula(node->u.ifx.condition, visit, arg);
-            walk_formula(node->u.ifx.then_expr, visit, arg);
-            walk_formula(node->u.ifx.else_expr, visit, arg);
-            break;
-        case EXPR_MAHAL:
-            for (ExprNode *a = node->u.mahal.inputs; a; a = a->next) walk_formula(a, visit, arg);
-            break;
-        case EXPR_INPUTVECTOR:
-            for (ExprNode *a = node->u.inputvector.inputs; a; a = a->next)
-                walk_formula(a, visit, arg);
-            break;
-        case EXPR_ISNULL:
-            walk_formula(node->u.isnull.operand, visit, arg);
-            break;
-        default:
-            break;
+    std::vector<ExprNode *> pending{node};
+    std::vector<ExprNode *> children;
+    while (!pending.empty()) {
+        ExprNode *n = pending.back();
+        pending.pop_back();
+        visit(n, arg);
+        children.clear();
+        expr_children(n, children);
+        pending.insert(pending.end(), children.rbegin(), children.rend());
     }
 }
 

@@ -48,10 +48,15 @@ static void print_formula(const stream *st)
         safe_free(message);
         return;
     }
-    static char text[16384];
-    expr_to_string(text, tree, "I", NULL, "R", NULL, "D", NULL, f->nr_variable_args,
-                   f->variable_args);
+    /* The printed text can be far longer than the formula (ranges unroll,
+     * variables become numbers), so the buffer is sized from the tree. */
+    size_t length = expr_to_string_n(NULL, 0, tree, "I", NULL, "R", NULL, "D", NULL,
+                                     f->nr_variable_args, f->variable_args);
+    char *text = malloc_or_die(length + 1);
+    expr_to_string_n(text, length + 1, tree, "I", NULL, "R", NULL, "D", NULL, f->nr_variable_args,
+                     f->variable_args);
     printf("      formula: %s\n", text);
+    safe_free(text);
     printf("      inputs %d, regions %d, datasets %d, variables %d\n", count_formula_inputs(tree),
            count_formula_regions(tree), count_formula_datasets(tree),
            count_formula_variables(tree));

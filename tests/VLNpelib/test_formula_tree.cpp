@@ -3,6 +3,9 @@
 // forms over a tree.
 #include <gtest/gtest.h>
 
+#include <cfloat>
+#include <cmath>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -109,7 +112,10 @@ TEST(FormulaLimits, DeepNestingIsAStackOverflowNotACrash)
         std::string text;
         bool accepted;
     } rows[] = {
-        {repeat("(", 2000) + "I1" + repeat(")", 2000), true},
+        {repeat("(", 99) + "I1" + repeat(")", 99), true},
+        {repeat("(", 100) + "I1" + repeat(")", 100), false},
+        {repeat("-", 99) + "I1", true},
+        {repeat("-", 100) + "2", false},
         {repeat("(", 100000) + "I1" + repeat(")", 100000), false},
         {repeat("-", 100000) + "I1", false},
         {repeat("NOT ", 50000) + "I1", false},
@@ -242,6 +248,99 @@ TEST(FormulaText, PrefixesNameTablesAndVariables)
     EXPECT_STREQ(buffer,
                  "SIGMA(red,nir | I?) + MEAN(scene,lake,nir) + INREGION(field) + "
                  "2.500000 + 0.0");
+}
+
+TEST(FormulaText, SizedPrintCutsShortAndReportsTheWholeLength)
+{
+    Tree t("SIGMA(I1..I3 | I? * 2)");
+    const std::string whole = "SIGMA(I1,I2,I3 | I? * 2)";
+    auto print = [&](char *buffer, size_t size) {
+        return expr_to_string_n(buffer, size, t.root, "I", nullptr, "R", nullptr, "D", nullptr, 0,
+                                nullptr);
+    };
+    EXPECT_EQ(print(nullptr, 0), whole.size());
+    for (size_t size : {size_t{1}, size_t{2}, size_t{10}, whole.size(), whole.size() + 1}) {
+        std::vector<char> buffer(size + 4, '#');
+        EXPECT_EQ(print(buffer.data(), size), whole.size()) << size;
+        EXPECT_EQ(std::string(buffer.data()), whole.substr(0, size - 1)) << size;
+        EXPECT_EQ(buffer[size], '#') << "written past a buffer of " << size;
+    }
+}
+
+TEST(FormulaText, NumbersPrintInTheirLookAndReadBackExactly)
+{
+    const std::string huge = "1" + std::string(400, '9');  // beyond the largest double
+    const std::string tiny = "0." + std::string(400, '0') + "1";
+    char dbl_max[400];  // its exact digits are as short as any that read back
+    snprintf(dbl_max, sizeof dbl_max, "%.0f", DBL_MAX);
+    const struct {
+        std::string text;
+        std::string printed;
+    } rows[] = {
+        {"3.25", "3.25"},  // ordinary numbers keep their look
+        {"0.1 + 0.2", "0.1 + 0.2"},
+        {"-2", "-2"},
+        {"-0", "-0"},
+        {"0.00001", "0.00001"},  // not 1E-05, which is no number of the language
+        {"0.000000000000000000001", "0.000000000000000000001"},
+        {".3333333333333333", "0.3333333333333333"},  // more than 13 digits
+        {"7777333333333.5", "7777333333333.5"},
+        {"123456789012345.0", "123456789012345"},
+        {"12345678901234567890", "12345678901234567168"},
+        {huge, dbl_max},  // not INF, which would read back as a name
+        {"-" + huge, std::string("-") + dbl_max},
+        {tiny, "0"},
+    };
+    for (const auto &row : rows) {
+        Tree t(row.text.c_str());
+        ASSERT_EQ(t.message, "") << row.text;
+        std::string printed = vlnf::expr_text(t.root, vlnf::TextOptions());
+        EXPECT_EQ(printed, row.printed) << row.text;
+        Tree back(printed.c_str());
+        ASSERT_EQ(back.message, "") << printed;
+        EXPECT_EQ(shape(back.root), shape(t.root)) << row.text;
+        const ExprNode *a = t.root, *b = back.root;
+        if (a->kind == EXPR_OP) a = a->u.op.left, b = b->u.op.left;
+        ASSERT_EQ(b->kind, EXPR_NUMBER) << row.text;
+        EXPECT_EQ(memcmp(&a->u.number.value, &b->u.number.value, sizeof(double)), 0) << row.text;
+    }
+    Tree huge_tree(huge.c_str());
+    EXPECT_EQ(huge_tree.root->u.number.value, DBL_MAX);
+}
+
+TEST(FormulaText, VariableValuesReadBackExactly)
+{
+    const struct {
+        double value;
+        const char *printed;  // null: only reading back is checked
+        double reads_as;
+    } rows[] = {
+        {2.5, "2.500000", 2.5},  // the look of a variable's value is kept
+        {-3, "-3.000000", -3},
+        {-1e70, nullptr, -1e70},  // was cut short in a 64-byte buffer
+        {1e-7, "0.0000001", 1e-7},
+        {1.0 / 3, "0.3333333333333333", 1.0 / 3},
+        {5e-324, nullptr, 5e-324},
+        {DBL_MAX, nullptr, DBL_MAX},
+        {-HUGE_VAL, nullptr, -DBL_MAX},
+        {NAN, "0.000000", 0.0},
+    };
+    Tree t("Gain");
+    for (const auto &row : rows) {
+        variablearg vars[] = {{const_cast<char *>("gain"), row.value}};
+        std::string printed(1024, '\0');
+        size_t n = expr_to_string_n(printed.data(), printed.size(), t.root, "I", nullptr, "R",
+                                    nullptr, "D", nullptr, 1, vars);
+        ASSERT_LT(n, printed.size());
+        printed.resize(n);
+        if (row.printed) {
+            EXPECT_EQ(printed, row.printed);
+        }
+        Tree back(printed.c_str());
+        ASSERT_EQ(back.message, "") << printed;
+        ASSERT_EQ(back.root->kind, EXPR_NUMBER) << printed;
+        EXPECT_EQ(back.root->u.number.value, row.reads_as) << printed;
+    }
 }
 
 TEST(FormulaText, ListCutsAtReferences)
