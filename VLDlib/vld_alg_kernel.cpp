@@ -237,6 +237,9 @@ void resolve_name(kernel &k)
 int ke_after_read(void *r, const void *)
 {
     kernel &k = as<kernel>(r);
+    // Without Type a kernel is a convolution, as df_kernel makes it; left at
+    // 0 it could not be written back.
+    if (k.type == 0) k.type = KT_Convolution;
     bool sized = k.rows > 0 && k.columns > 0;
     if (!sized) {
         safe_free(k.array);

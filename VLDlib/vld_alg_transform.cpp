@@ -485,6 +485,9 @@ int check_transform(const transform &t)
 int tr_after_read(void *r, const void *)
 {
     transform &t = as<transform>(r);
+    // Neither Type nor a shape block: an Unknown transform, which keeps its
+    // ranges and writes back; left at 0 it could not be written.
+    if (t.type == 0) t.type = TT_Unknown;
     int status = check_transform(t);
     if (!status) scale_coefficients(t);
     return status;

@@ -738,8 +738,9 @@ TEST(AlgVirtual, HeadersReadOnceAreSharedAsCopies)
 }
 
 // Old top-level streams name their surface; surfaces up to it are made, so an
-// impossible number is a parse error, not a wait. A stream without Type is a
-// pseudocolour layer, and every document that reads writes back.
+// impossible number is a parse error, not a wait. A stream, kernel or
+// transform without Type gets a type, so that every document that reads
+// writes back.
 TEST(AlgRead, OldSurfaceNumbersAndUntypedStreams)
 {
     TempDir dir;
@@ -758,15 +759,26 @@ TEST(AlgRead, OldSurfaceNumbersAndUntypedStreams)
             std::string::npos)
             << dsh::error_text();
     }
-    Alg a(dir.write("third.alg", head + "\tStream Begin\n\t\tTurnedOff = Yes\n"
-                                        "\t\tStreamSurfaceId = 3\n\tStream End\n"
-                                        "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
-                                        "\t\tStream End\n\tSurface End\nAlgorithm End\n"));
+    Alg a(dir.write("third.alg",
+                    head + "\tStream Begin\n\t\tTurnedOff = Yes\n"
+                           "\t\tStreamSurfaceId = 3\n\tStream End\n"
+                           "\tSurface Begin\n\t\tStream Begin\n\t\t\tTurnedOff = Yes\n"
+                           "\t\t\tKernel Begin\n\t\t\t\tRows = 1\n\t\t\t\tColumns = 1\n"
+                           "\t\t\tKernel End\n\t\t\tTransform Begin\n"
+                           "\t\t\t\tMinimumInputValue = 0\n\t\t\t\tMaximumInputValue = 9\n"
+                           "\t\t\t\tMinimumOutputValue = 0\n\t\t\t\tMaximumOutputValue = 9\n"
+                           "\t\t\tTransform End\n"
+                           "\t\tStream End\n\tSurface End\nAlgorithm End\n"));
     ASSERT_EQ(a.status, 0) << dsh::error_text();
     ASSERT_EQ(nr_surfaces_in_alg(a.a), 3);
     EXPECT_EQ(a->surfaces->first_stream->type, ST_Pseudo);
     EXPECT_EQ(a->surfaces->next->first_stream, nullptr);
     EXPECT_EQ(nr_streams_in_surface(a->surfaces->next->next), 1);
+    // Kernels and transforms without Type get theirs too.
+    ASSERT_NE(a->surfaces->first_stream->kernels, nullptr);
+    EXPECT_EQ(a->surfaces->first_stream->kernels->type, KT_Convolution);
+    ASSERT_NE(a->surfaces->first_stream->transforms, nullptr);
+    EXPECT_EQ(a->surfaces->first_stream->transforms->type, TT_Unknown);
     std::string out = dir.file("out.alg");
     ASSERT_EQ(ep_algorithm(a.a, out.c_str()), 0) << dsh::error_text();
     EXPECT_NE(dsh::slurp(out).find("\t\t\tType\t\t= Pseudo\n"), std::string::npos);
