@@ -51,6 +51,12 @@ bool layout_of(const dshdr *header, Layout *layout);
 // extension (the reader always sets DataFile; a hand-made header may not).
 const char *data_file_name(const dshdr *header);
 
+// Opens a data file for reading, a regular file only (see vln_open_data).
+// Returns the descriptor, or sets up `row` with the reason and returns -1.
+int open_data_file(const char *name, int row);
+// The size of a data file, a regular file only; or -1, with `row` set up.
+int64_t data_file_size(const char *name, int row);
+
 // Whether a file of this byte order must be swapped into the host's.
 bool needs_swap(int byte_order, int cell_bytes);
 

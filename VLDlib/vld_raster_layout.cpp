@@ -8,6 +8,9 @@
  * per band plus one in, and stores its words in the other byte order. AImage
  * keeps the bands of a cell together, after 52 bytes.
  */
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -57,6 +60,39 @@ const char *data_file_name(const dshdr *header)
 {
     if (header->data_file != nullptr && header->data_file[0] != '\0') return header->data_file;
     return header->name;
+}
+
+namespace {
+
+int not_regular(const char *name, int row, bool directory)
+{
+    VLD_setup_error(row, name);
+    append_buffer_to_VLD_error(directory ? "It is a directory, not a data file"
+                                         : "It is not a regular file");
+    return -1;
+}
+
+}  // namespace
+
+int open_data_file(const char *name, int row)
+{
+    int fd = vln_open_data(name, O_RDONLY, 0);
+    if (fd >= 0) return fd;
+    if (fd == VLN_NOT_REGULAR) return not_regular(name, row, errno == EISDIR);
+    VLD_setup_system_error(row, name);
+    return -1;
+}
+
+int64_t data_file_size(const char *name, int row)
+{
+    int64_t size = vln_filesize64(name);
+    if (size < 0) {
+        if (errno == EISDIR) return not_regular(name, row, true);
+        VLD_setup_system_error(row, name != nullptr ? name : "");
+        return -1;
+    }
+    if (!VLD_is_regular_file(name)) return not_regular(name, row, false);
+    return size;
 }
 
 bool needs_swap(int byte_order, int cell_bytes)

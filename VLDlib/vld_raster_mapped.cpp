@@ -83,8 +83,8 @@ int open_mapped(VLD_mmraster **out, dshdr *d, const Request &q)
     int want_type = q.cell_type != 0 ? q.cell_type : r.cell_type;
     if (celltypesize(want_type) <= 0) return VLD_setup_error(24, "Unknown cell type requested");
 
-    int64_t file_size = vln_filesize64(name);
-    if (file_size < 0) return VLD_setup_system_error(1, name);
+    int64_t file_size = data_file_size(name, 1);
+    if (file_size < 0) return 1;
     int64_t expected = layout.expected_size(r.nr_lines);
     if (layout.type == DST_VLDStorage && file_size < expected)
         return VLD_setup_error(53, printable(file_size), printable(expected));

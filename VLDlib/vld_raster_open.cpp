@@ -173,11 +173,8 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
     if (h->buffer == nullptr) return abandon(h, VLD_setup_error(11, static_cast<int>(size)));
 
     h->read = reader_for(layout.type, band_mode, h->swap != 0);
-    h->fd = vln_open(h->name, O_RDONLY, 0);
-    if (h->fd < 0) {
-        const char *name = h->name;
-        return abandon(h, VLD_setup_error(1, name));
-    }
+    h->fd = open_data_file(h->name, 1);
+    if (h->fd < 0) return abandon(h, 1);
     return 0;
 }
 

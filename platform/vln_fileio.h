@@ -19,6 +19,15 @@ VLD_BEGIN_DECLS
 /* Opens `path` with open(2) flags (close-on-exec is added) and permissions;
  * returns the descriptor or -1. */
 VLD_API int vln_open(const char *path, int flags, int mode);
+/* What vln_open_data gives for a path that names anything but a regular file. */
+#define VLN_NOT_REGULAR (-2)
+
+/* Opens a data file as vln_open does, but only a regular file: a directory, a
+ * FIFO, a socket or a device is refused with VLN_NOT_REGULAR (errno EISDIR for
+ * a directory, else ENODEV) without waiting on it, since the open itself is
+ * made without blocking and the kind is read from the opened descriptor.
+ * Returns the descriptor, in blocking mode, or -1 with errno. */
+VLD_API int vln_open_data(const char *path, int flags, int mode);
 /* Closes a descriptor; 0, or -1 on failure. */
 VLD_API int vln_close(int fd);
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -151,6 +152,32 @@ TEST(RasterMapped, OpensFailWithTheirRows)
         EXPECT_EQ(munmap_dataset(m, &message), 1);
         EXPECT_EQ(mmap_dataset_with_limits(ds.d, &message, "", 0, 5, 8, 0), nullptr);
         safe_free(message);
+    }
+    {
+        // A data file that is no regular file is refused, with its reason,
+        // and a FIFO without waiting for a writer.
+        struct Kind {
+            const char *what;
+            int (*make)(const char *path);
+            const char *reason;
+        } kinds[] = {
+            {"directory", [](const char *p) { return mkdir(p, 0755); },
+             "It is a directory, not a data file"},
+            {"FIFO", [](const char *p) { return mkfifo(p, 0644); }, "It is not a regular file"},
+        };
+        for (const Kind &k : kinds) {
+            SCOPED_TRACE(k.what);
+            Dataset ds;
+            ds.write(dir, k.what);
+            unlink(ds.data.c_str());
+            ASSERT_EQ(k.make(ds.data.c_str()), 0);
+            VLD_mmraster *h = nullptr;
+            EXPECT_EQ(VLD_raster_mmopen(&h, ds.d, 0, 13, nullptr, 3, 0), 1);
+            EXPECT_EQ(ras::error_text(),
+                      "Cannot open file \"" + ds.data + "\"\n" + std::string(k.reason));
+            EXPECT_EQ(h, nullptr);
+            EXPECT_EQ(vln_aread_open(ds.data.c_str()), nullptr);
+        }
     }
     EXPECT_EQ(mmap_calculate_limit(0), 32 << 20);
     EXPECT_LE(mmap_calculate_limit(4), 32 << 20);
