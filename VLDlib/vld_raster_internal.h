@@ -47,6 +47,11 @@ struct Layout {
 // The layout of a header's data file; false for a type without one.
 bool layout_of(const dshdr *header, Layout *layout);
 
+// Whether the sizes of a layout, and `request_bytes` (one band-line of a
+// window), fit the 32-bit fields in which the handles describe them; or row
+// 24, saying which size is too large.
+int check_32bit_sizes(const Layout &layout, int64_t request_bytes);
+
 // The data file of a header: DataFile, else the header name without its
 // extension (the reader always sets DataFile; a hand-made header may not).
 const char *data_file_name(const dshdr *header);

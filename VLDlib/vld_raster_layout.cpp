@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -54,6 +55,30 @@ bool layout_of(const dshdr *header, Layout *layout)
     l.line_bytes = band_line * l.bands;
     *layout = l;
     return true;
+}
+
+int check_32bit_sizes(const Layout &layout, int64_t request_bytes)
+{
+    constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
+    const struct {
+        int64_t value;
+        const char *what;
+    } sizes[] = {
+        {layout.band_line_bytes, "one band of a line"},
+        {layout.line_bytes, "one line"},
+        {layout.data_offset, "the data offset"},
+        {request_bytes, "one band of a line of the window"},
+    };
+    for (const auto &s : sizes)
+        if (s.value > kMax) {
+            char text[200];
+            std::snprintf(text, sizeof text,
+                          "Dataset too large for a raster handle: %s takes %lld bytes, "
+                          "more than %lld",
+                          s.what, static_cast<long long>(s.value), static_cast<long long>(kMax));
+            return VLD_setup_error(24, text);
+        }
+    return 0;
 }
 
 const char *data_file_name(const dshdr *header)

@@ -75,11 +75,12 @@ int open_mapped(VLD_mmraster **out, dshdr *d, const Request &q)
         int b = q.bands != nullptr ? q.bands[k] : k;
         if (b < 0 || b >= layout.bands) {
             char text[128];
-            std::snprintf(text, sizeof text, "Band %d not in dataset (%d bands)", b + 1,
-                          layout.bands);
+            std::snprintf(text, sizeof text, "Band %lld not in dataset (%d bands)",
+                          static_cast<long long>(b) + 1, layout.bands);
             return VLD_setup_error(24, text);
         }
     }
+    if (int status = check_32bit_sizes(layout, int64_t{file_bytes} * q.nr_cells)) return status;
     int want_type = q.cell_type != 0 ? q.cell_type : r.cell_type;
     if (celltypesize(want_type) <= 0) return VLD_setup_error(24, "Unknown cell type requested");
 

@@ -102,6 +102,10 @@ VLD_mmdataset *map_range(dshdr *d, char **message, const char *mode, int64_t off
         set_message(message, "Dataset is not a raster with a data file of its own");
         return nullptr;
     }
+    if (check_32bit_sizes(layout, 0) != 0) {
+        set_message(message, VLD_error_text());
+        return nullptr;
+    }
     const char *name = data_file_name(d);
     int64_t file_size = vln_filesize64(name);
     char text[1100];
