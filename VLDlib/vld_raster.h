@@ -79,7 +79,9 @@ VLD_API int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_
                       char **band_strings);
 /* Opens the whole image, all bands, in list mode. */
 VLD_API int eo_raster_point(rasterfile *handle, dshdr *header);
-/* Opens for writing: the data file is created (emptied), all bands and cells. */
+/* Opens for writing, all bands and cells: the lines go to a new temporary file
+ * beside the data file, which replaces it at ec_raster when every write went
+ * well (else the old file stays, and ec_raster gives the failure's row). */
 VLD_API int eow_raster(rasterfile *handle, dshdr *header);
 VLD_API int ec_raster(rasterfile *handle);
 /* Frees the point cache, then ec_raster. */

@@ -110,6 +110,18 @@ void free_point_state(rasterfile *handle);
 // whose files can't be read a cell at a time.
 int point_from_tile(rasterfile *handle, void **values, int *is_null, int line, int cell);
 
+// A data file being written is a temporary file beside it until the handle is
+// closed. Starts one and returns the descriptor to write to, or -1 with row 3.
+int begin_data_file(const char *name);
+// Notes that a write to `fd` failed: its temporary file will not replace the
+// data file.
+void spoil_data_file(int fd);
+// Ends a data file being written through `fd`, when it is one: renames the
+// temporary file over the data file, or removes it after a failed write.
+// Returns false when `fd` isn't a data file being written; else true, with
+// *status 0, or the row of the failure (the old data file stays).
+bool end_data_file(int fd, const char *name, int *status);
+
 // Moves an open handle's window, keeping its bands.
 int reopen_window(rasterfile *handle, int first_line, int nr_lines, int first_cell, int nr_cells);
 

@@ -232,11 +232,9 @@ int eow_raster(rasterfile *handle, dshdr *header)
     h->bytes_per_request = static_cast<int32_t>(int64_t{h->cell_bytes} * h->nr_cells);
     h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * h->nr_bands));
     for (int i = 0; i < h->nr_bands; i++) h->bands[i] = i;
-    h->fd = vln_open(h->name, O_CREAT | O_TRUNC | O_WRONLY, 0644);
-    if (h->fd < 0) {
-        const char *name = h->name;
-        return abandon(h, VLD_setup_system_error(3, name));
-    }
+    // The old file stays whole until ec_raster puts the new one in its place.
+    h->fd = begin_data_file(h->name);
+    if (h->fd < 0) return abandon(h, 3);
     return 0;
 }
 
@@ -252,7 +250,9 @@ int ec_raster(rasterfile *handle)
     h->buffer = nullptr;
     int status = 0;
     if (h->fd >= 0) {
-        if (vln_close(h->fd) != 0) status = VLD_setup_error(2, h->name != nullptr ? h->name : "");
+        const char *name = h->name != nullptr ? h->name : "";
+        if (!end_data_file(h->fd, name, &status) && vln_close(h->fd) != 0)
+            status = VLD_setup_error(2, name);
         h->fd = -1;
     }
     return status;
