@@ -79,7 +79,9 @@ VLD_API int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_
                       char **band_strings);
 /* Opens the whole image, all bands, in list mode. */
 VLD_API int eo_raster_point(rasterfile *handle, dshdr *header);
-/* Opens for writing: the data file is created (emptied), all bands and cells. */
+/* Opens for writing, all bands and cells: the lines go to a new temporary file
+ * beside the data file, which replaces it at ec_raster when every write went
+ * well (else the old file stays, and ec_raster gives the failure's row). */
 VLD_API int eow_raster(rasterfile *handle, dshdr *header);
 VLD_API int ec_raster(rasterfile *handle);
 /* Frees the point cache, then ec_raster. */
@@ -170,7 +172,8 @@ VLD_API int VLD_raster_mmfree_buf_array(VLD_mmraster *handle, void ***buffers);
 /* The window's cells of one line of band `band_index` (an index into the
  * handle's bands), in the type asked for: in place in the view when the access
  * allows it, else converted into `buffer` (from VLD_raster_mmsetup_buf).
- * Null, with row 34 or 35, when the cells aren't all inside the view. */
+ * Null, with row 34, when the cells aren't all inside the view, and with row
+ * 4 when the file has shrunk below them since the view was mapped. */
 VLD_API const void *VLD_raster_mmget_cells(VLD_mmraster *handle, int line, int band_index,
                                            void *buffer);
 

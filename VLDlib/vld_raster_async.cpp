@@ -88,7 +88,7 @@ void ensure_worker(vln_aread *h)
 vln_aread *vln_aread_open(const char *path)
 {
     if (!vln_reent_lib || path == nullptr) return nullptr;
-    int fd = vln_open(path, O_RDONLY, 0);
+    int fd = vln_open_data(path, O_RDONLY, 0);
     if (fd < 0) return nullptr;
     vln_thread_init();  // the handle's lock must act before a worker exists
     auto *h = new (std::nothrow) vln_aread;

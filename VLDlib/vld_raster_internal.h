@@ -47,9 +47,20 @@ struct Layout {
 // The layout of a header's data file; false for a type without one.
 bool layout_of(const dshdr *header, Layout *layout);
 
+// Whether the sizes of a layout, and `request_bytes` (one band-line of a
+// window), fit the 32-bit fields in which the handles describe them; or row
+// 24, saying which size is too large.
+int check_32bit_sizes(const Layout &layout, int64_t request_bytes);
+
 // The data file of a header: DataFile, else the header name without its
 // extension (the reader always sets DataFile; a hand-made header may not).
 const char *data_file_name(const dshdr *header);
+
+// Opens a data file for reading, a regular file only (see vln_open_data).
+// Returns the descriptor, or sets up `row` with the reason and returns -1.
+int open_data_file(const char *name, int row);
+// The size of a data file, a regular file only; or -1, with `row` set up.
+int64_t data_file_size(const char *name, int row);
 
 // Whether a file of this byte order must be swapped into the host's.
 bool needs_swap(int byte_order, int cell_bytes);
@@ -98,6 +109,18 @@ void free_point_state(rasterfile *handle);
 // tile that holds the point (when it isn't there already). Used for datasets
 // whose files can't be read a cell at a time.
 int point_from_tile(rasterfile *handle, void **values, int *is_null, int line, int cell);
+
+// A data file being written is a temporary file beside it until the handle is
+// closed. Starts one and returns the descriptor to write to, or -1 with row 3.
+int begin_data_file(const char *name);
+// Notes that a write to `fd` failed: its temporary file will not replace the
+// data file.
+void spoil_data_file(int fd);
+// Ends a data file being written through `fd`, when it is one: renames the
+// temporary file over the data file, or removes it after a failed write.
+// Returns false when `fd` isn't a data file being written; else true, with
+// *status 0, or the row of the failure (the old data file stays).
+bool end_data_file(int fd, const char *name, int *status);
 
 // Moves an open handle's window, keeping its bands.
 int reopen_window(rasterfile *handle, int first_line, int nr_lines, int first_cell, int nr_cells);

@@ -8,7 +8,11 @@
  * per band plus one in, and stores its words in the other byte order. AImage
  * keeps the bands of a cell together, after 52 bytes.
  */
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -53,10 +57,67 @@ bool layout_of(const dshdr *header, Layout *layout)
     return true;
 }
 
+int check_32bit_sizes(const Layout &layout, int64_t request_bytes)
+{
+    constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
+    const struct {
+        int64_t value;
+        const char *what;
+    } sizes[] = {
+        {layout.band_line_bytes, "one band of a line"},
+        {layout.line_bytes, "one line"},
+        {layout.data_offset, "the data offset"},
+        {request_bytes, "one band of a line of the window"},
+    };
+    for (const auto &s : sizes)
+        if (s.value > kMax) {
+            char text[200];
+            std::snprintf(text, sizeof text,
+                          "Dataset too large for a raster handle: %s takes %lld bytes, "
+                          "more than %lld",
+                          s.what, static_cast<long long>(s.value), static_cast<long long>(kMax));
+            return VLD_setup_error(24, text);
+        }
+    return 0;
+}
+
 const char *data_file_name(const dshdr *header)
 {
     if (header->data_file != nullptr && header->data_file[0] != '\0') return header->data_file;
     return header->name;
+}
+
+namespace {
+
+int not_regular(const char *name, int row, bool directory)
+{
+    VLD_setup_error(row, name);
+    append_buffer_to_VLD_error(directory ? "It is a directory, not a data file"
+                                         : "It is not a regular file");
+    return -1;
+}
+
+}  // namespace
+
+int open_data_file(const char *name, int row)
+{
+    int fd = vln_open_data(name, O_RDONLY, 0);
+    if (fd >= 0) return fd;
+    if (fd == VLN_NOT_REGULAR) return not_regular(name, row, errno == EISDIR);
+    VLD_setup_system_error(row, name);
+    return -1;
+}
+
+int64_t data_file_size(const char *name, int row)
+{
+    int64_t size = vln_filesize64(name);
+    if (size < 0) {
+        if (errno == EISDIR) return not_regular(name, row, true);
+        VLD_setup_system_error(row, name != nullptr ? name : "");
+        return -1;
+    }
+    if (!VLD_is_regular_file(name)) return not_regular(name, row, false);
+    return size;
 }
 
 bool needs_swap(int byte_order, int cell_bytes)

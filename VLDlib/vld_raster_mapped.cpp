@@ -8,12 +8,14 @@
  * them, and VLD_raster_mmget_cells does it into the caller's line buffer.
  */
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <type_traits>
 
+#include "vld_error_internal.h"
 #include "vld_raster_internal.h"
 #include "vln_fileio.h"
 #include "vln_fmap.h"
@@ -24,10 +26,20 @@ namespace {
 
 constexpr int64_t kMaxView = 0xFFFFF000LL;  // the largest view a 32-bit size holds
 
-int printable(int64_t value)
+// Row 53 with the sizes printed whole: its %d would cut a size past 2 GiB.
+int too_short(int64_t file_size, int64_t expected)
 {
-    return value > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max()
-                                                   : static_cast<int>(value);
+    char text[200];
+    std::snprintf(text, sizeof text, "Dataset data file size (%lld) less than expected (%lld)",
+                  static_cast<long long>(file_size), static_cast<long long>(expected));
+    return vld_setup_error_text(53, text);
+}
+
+// A remap that can't be made: row 1 with the system's reason.
+int bad_remap(VLD_mmraster *h, int err, const char *text)
+{
+    errno = err;
+    return VLD_setup_system_error(1, text != nullptr ? text : h->name);
 }
 
 // Where the older platform showed a message box titled "Vorlan".
@@ -75,19 +87,20 @@ int open_mapped(VLD_mmraster **out, dshdr *d, const Request &q)
         int b = q.bands != nullptr ? q.bands[k] : k;
         if (b < 0 || b >= layout.bands) {
             char text[128];
-            std::snprintf(text, sizeof text, "Band %d not in dataset (%d bands)", b + 1,
-                          layout.bands);
+            std::snprintf(text, sizeof text, "Band %lld not in dataset (%d bands)",
+                          static_cast<long long>(b) + 1, layout.bands);
             return VLD_setup_error(24, text);
         }
     }
+    if (int status = check_32bit_sizes(layout, int64_t{file_bytes} * q.nr_cells)) return status;
     int want_type = q.cell_type != 0 ? q.cell_type : r.cell_type;
     if (celltypesize(want_type) <= 0) return VLD_setup_error(24, "Unknown cell type requested");
 
-    int64_t file_size = vln_filesize64(name);
-    if (file_size < 0) return VLD_setup_system_error(1, name);
+    int64_t file_size = data_file_size(name, 1);
+    if (file_size < 0) return 1;
     int64_t expected = layout.expected_size(r.nr_lines);
     if (layout.type == DST_VLDStorage && file_size < expected)
-        return VLD_setup_error(53, printable(file_size), printable(expected));
+        return too_short(file_size, expected);
     int64_t size = file_size;
     if (size > kMaxView && !q.warp) {
         char text[1100];
@@ -251,6 +264,9 @@ int VLD_raster_mmremap(VLD_mmraster *handle, dshdr *header, int32_t offset_low, 
     int64_t offset =
         static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(offset_high)) << 32) |
                              static_cast<uint32_t>(offset_low));
+    // An offset with the top bit set (-1, -1 among them) or an empty view is
+    // no place in a file: refused like any view that can't be made.
+    int refused_errno = offset < 0 || size == 0 ? EINVAL : 0;
     // Line 0's address in the view, kept across the move as plain arithmetic.
     uintptr_t line0 = reinterpret_cast<uintptr_t>(handle->data) -
                       reinterpret_cast<uintptr_t>(handle->view) +
@@ -259,11 +275,11 @@ int VLD_raster_mmremap(VLD_mmraster *handle, dshdr *header, int32_t offset_low, 
     size_t bytes = static_cast<size_t>(size) + static_cast<size_t>(offset - aligned);
     int handles[2] = {handle->file_handle, handle->map_handle};
     char *message = nullptr;
-    void *view = bytes > static_cast<size_t>(kMaxView)
-                     ? nullptr
-                     : vln_remap(handle->view, handle->view_size, handles, handle->name, nullptr,
-                                 bytes, aligned, &message);
-    if (view == nullptr && bytes > static_cast<size_t>(kMaxView) && handle->view != nullptr) {
+    if (refused_errno == 0 && bytes > static_cast<size_t>(kMaxView)) refused_errno = EFBIG;
+    void *view = refused_errno != 0 ? nullptr
+                                    : vln_remap(handle->view, handle->view_size, handles,
+                                                handle->name, nullptr, bytes, aligned, &message);
+    if (refused_errno != 0 && handle->view != nullptr) {
         int dropped[2] = {-1, -1};  // unmap only: the file stays open
         vln_funmap(handle->view, handle->view_size, dropped, 0, nullptr);
     }
@@ -274,7 +290,8 @@ int VLD_raster_mmremap(VLD_mmraster *handle, dshdr *header, int32_t offset_low, 
         handle->data = nullptr;
         handle->view_bytes = handle->view_size = 0;
         handle->view_offset = 0;
-        int status = VLD_setup_system_error(1, message != nullptr ? message : handle->name);
+        // vln_remap leaves errno saying why it failed.
+        int status = bad_remap(handle, refused_errno != 0 ? refused_errno : errno, message);
         safe_free(message);
         return status;
     }
@@ -361,6 +378,13 @@ const void *VLD_raster_mmget_cells(VLD_mmraster *h, int line, int band_index, vo
                  static_cast<int64_t>(h->first_cell) * h->file_cell_bytes;
     if (at < h->view_offset || at + bytes > h->view_offset + static_cast<int64_t>(h->view_size)) {
         VLD_setup_error(34);
+        return nullptr;
+    }
+    // The view was checked against the file when it was mapped, but the file
+    // may have shrunk since; touching mapped bytes past its end would raise
+    // SIGBUS. (Cells handed out in place stay the caller's to touch.)
+    if (at + bytes > vln_fdsize64(h->file_handle)) {
+        VLD_setup_error(4, h->name);
         return nullptr;
     }
     const unsigned char *cells =

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -44,15 +45,17 @@ int abandon(rasterfile *h, int status)
     return status;
 }
 
-// A band number as the caller wrote it: one-based text, read as a long.
-int parse_band(const char *text)
+// A band number as the caller wrote it: one-based text, read as a long, and
+// made zero-based. Numbers past the 32-bit range stay past it, to be refused.
+int64_t parse_band(const char *text)
 {
     long number = 0;
     if (text != nullptr) std::sscanf(text, "%ld", &number);
-    number -= 1;
-    if (number < 0) number = 0;
-    if (number > 0x7fffffffL) number = 0x7fffffffL;
-    return static_cast<int>(number);
+    if (number < 1) number = 1;
+    // Room for a range of INT_MAX bands after it.
+    if (number > std::numeric_limits<long>::max() / 2)
+        number = std::numeric_limits<long>::max() / 2;
+    return static_cast<int64_t>(number) - 1;
 }
 
 raster_read_func reader_for(int type, int band_mode, bool swap)
@@ -123,7 +126,7 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
     if (band_mode != RASTER_BAND_LIST && band_mode != RASTER_BAND_RANGE)
         return VLD_setup_error(12, "Unknown band mode");
 
-    std::vector<int32_t> bands(static_cast<size_t>(nr_bands));
+    std::vector<int64_t> bands(static_cast<size_t>(nr_bands));
     for (int i = 0; i < nr_bands; i++) {
         if (band_mode == RASTER_BAND_LIST) {
             bands[i] = parse_band(band_strings[i]);
@@ -139,17 +142,20 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
     layout_of(header, &layout);
     const rasterinfo &r = header->info.r;
     if (layout.cell_bytes <= 0) return VLD_setup_error(24, "Unknown cell type in dataset header");
-    for (int32_t b : bands)
+    for (int64_t b : bands)
         if (b >= layout.bands) {
             char text[128];
-            std::snprintf(text, sizeof text, "Band %d not in dataset (%d bands)", b + 1,
-                          layout.bands);
+            std::snprintf(text, sizeof text, "Band %lld not in dataset (%d bands)",
+                          static_cast<long long>(b) + 1, layout.bands);
             return VLD_setup_error(24, text);
         }
     if (first_line < 0 || nr_lines < 0 || nr_lines > r.nr_lines - first_line)
         return VLD_setup_error(34);
     if (first_cell < 0 || nr_cells < 0 || nr_cells > r.nr_cells - first_cell)
         return VLD_setup_error(35);
+
+    if (int status = check_32bit_sizes(layout, int64_t{layout.cell_bytes} * nr_cells))
+        return status;
 
     h->first_line = first_line;
     h->nr_lines = nr_lines;
@@ -158,10 +164,10 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
     h->band_mode = band_mode;
     h->nr_bands = nr_bands;
     describe_file(h, header, layout);
-    h->bytes_per_request = h->cell_bytes * nr_cells;
+    h->bytes_per_request = static_cast<int32_t>(int64_t{h->cell_bytes} * nr_cells);
 
     h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * bands.size()));
-    std::memcpy(h->bands, bands.data(), sizeof(int32_t) * bands.size());
+    for (size_t i = 0; i < bands.size(); i++) h->bands[i] = static_cast<int32_t>(bands[i]);
 
     // One buffer serves every reader: AImage reads all bands of a line into
     // it, IFUT reads whole words into it.
@@ -173,11 +179,8 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
     if (h->buffer == nullptr) return abandon(h, VLD_setup_error(11, static_cast<int>(size)));
 
     h->read = reader_for(layout.type, band_mode, h->swap != 0);
-    h->fd = vln_open(h->name, O_RDONLY, 0);
-    if (h->fd < 0) {
-        const char *name = h->name;
-        return abandon(h, VLD_setup_error(1, name));
-    }
+    h->fd = open_data_file(h->name, 1);
+    if (h->fd < 0) return abandon(h, 1);
     return 0;
 }
 
@@ -218,6 +221,7 @@ int eow_raster(rasterfile *handle, dshdr *header)
     layout_of(header, &layout);
     if (layout.cell_bytes <= 0) return VLD_setup_error(24, "Unknown cell type in dataset header");
     const rasterinfo &r = header->info.r;
+    if (int status = check_32bit_sizes(layout, layout.band_line_bytes)) return status;
     h->first_line = 0;
     h->nr_lines = r.nr_lines;
     h->first_cell = 0;
@@ -225,14 +229,12 @@ int eow_raster(rasterfile *handle, dshdr *header)
     h->band_mode = RASTER_BAND_RANGE;
     h->nr_bands = layout.bands;  // a band count of 0 counts as 1
     describe_file(h, header, layout);
-    h->bytes_per_request = h->cell_bytes * h->nr_cells;
+    h->bytes_per_request = static_cast<int32_t>(int64_t{h->cell_bytes} * h->nr_cells);
     h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * h->nr_bands));
     for (int i = 0; i < h->nr_bands; i++) h->bands[i] = i;
-    h->fd = vln_open(h->name, O_CREAT | O_TRUNC | O_WRONLY, 0644);
-    if (h->fd < 0) {
-        const char *name = h->name;
-        return abandon(h, VLD_setup_system_error(3, name));
-    }
+    // The old file stays whole until ec_raster puts the new one in its place.
+    h->fd = begin_data_file(h->name);
+    if (h->fd < 0) return abandon(h, 3);
     return 0;
 }
 
@@ -248,7 +250,9 @@ int ec_raster(rasterfile *handle)
     h->buffer = nullptr;
     int status = 0;
     if (h->fd >= 0) {
-        if (vln_close(h->fd) != 0) status = VLD_setup_error(2, h->name != nullptr ? h->name : "");
+        const char *name = h->name != nullptr ? h->name : "";
+        if (!end_data_file(h->fd, name, &status) && vln_close(h->fd) != 0)
+            status = VLD_setup_error(2, name);
         h->fd = -1;
     }
     return status;

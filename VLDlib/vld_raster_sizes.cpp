@@ -102,6 +102,10 @@ VLD_mmdataset *map_range(dshdr *d, char **message, const char *mode, int64_t off
         set_message(message, "Dataset is not a raster with a data file of its own");
         return nullptr;
     }
+    if (check_32bit_sizes(layout, 0) != 0) {
+        set_message(message, VLD_error_text());
+        return nullptr;
+    }
     const char *name = data_file_name(d);
     int64_t file_size = vln_filesize64(name);
     char text[1100];
@@ -112,12 +116,8 @@ VLD_mmdataset *map_range(dshdr *d, char **message, const char *mode, int64_t off
     }
     int64_t expected = layout.expected_size(d->info.r.nr_lines);
     if (check_size && file_size < expected) {
-        auto clamp = [](int64_t v) {
-            return v > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max()
-                                                       : static_cast<int>(v);
-        };
-        std::snprintf(text, sizeof text, "Dataset size (%d) < expected size (%d).",
-                      clamp(file_size), clamp(expected));
+        std::snprintf(text, sizeof text, "Dataset size (%lld) < expected size (%lld).",
+                      static_cast<long long>(file_size), static_cast<long long>(expected));
         set_message(message, text);
         return nullptr;
     }

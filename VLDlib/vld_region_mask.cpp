@@ -259,13 +259,15 @@ int get_lineseg_info(const dshdr *record, const regioninfo *region, lineseg_info
     *list = nullptr;
     if (!has_polygon(region))
         return VLD_setup_error(18, region && region->name ? region->name : "");
-    int start_row = 0, nr_rows = 0;
-    region_extents(region, &start_row, &nr_rows, nullptr, nullptr);
+    double y0 = 0, y1 = 0;
+    region_cell_extents(region, nullptr, nullptr, &y0, &y1);
     // Only the dataset's rows are scanned; edges that begin above the first of
-    // them start part way along.
-    int row0 = std::max(start_row, 0);
-    int row1 = std::min(start_row + nr_rows, record->info.r.nr_lines);
-    if (row0 >= row1) return 0;
+    // them start part way along. The region's rows are clipped to the dataset
+    // as doubles: a region reaching far outside it keeps the rows inside.
+    double top = std::max(std::floor(y0), 0.0);
+    double bottom = std::min(std::ceil(y1), static_cast<double>(record->info.r.nr_lines));
+    if (!(top < bottom)) return 0;
+    int row0 = static_cast<int>(top), row1 = static_cast<int>(bottom);
     std::vector<active_edge *> table(static_cast<size_t>(row1 - row0), nullptr);
     build_table(region, row0, row1 - row0, table.data());
     active_edge *active = nullptr;

@@ -24,6 +24,7 @@
 
 #include "vld_blocktext_internal.h"
 #include "vld_coords.h"
+#include "vln_fileio.h"
 #include "vln_path.h"
 
 namespace {
@@ -39,6 +40,7 @@ struct Writer {
     bool to_stdout = false;
     std::string text; /* a buffer write */
     std::string name; /* the temporary file, or "standard output" */
+    vln_replacement replacement{-1, nullptr, nullptr}; /* of a file being written */
     int indent = 0;
     bool in_document = false; /* an outermost ep_general is running */
 };
@@ -47,7 +49,6 @@ Writer W;
 bool buffer_requested = false;
 bool buffer_ready = false;
 std::string buffer_result;
-int temp_counter = 0;
 
 // Sets up the error and, inside a document, ends the document.
 void fail(int row, const char *argument)
@@ -254,18 +255,22 @@ int open_output(const char *filename)
         W.to_stdout = true;
         W.name = "standard output";
     } else {
-        char *dir = VLN_get_dirname(filename);
-        std::string directory = dir != nullptr ? dir : ".";
+        // A link is written through: the file it points to is replaced, in
+        // its own folder, and keeps its permissions.
+        char *target = vln_resolve_links(filename);
+        char *dir = VLN_get_dirname(target != nullptr ? target : filename);
+        safe_free(target);
+        std::string directory = dir != nullptr && *dir != '\0' ? dir : ".";
         safe_free(dir);
         if (!canwrite(directory.c_str())) return VLD_setup_error(27, directory.c_str());
-        // A name of our own: an existing file of that name is never overwritten.
-        for (int attempt = 0; attempt < 100 && W.fp == nullptr; attempt++) {
-            W.name = format("%s%ctmp%d%d", directory.c_str(), VLN_get_native_file_sep(),
-                            static_cast<int>(getpid()), temp_counter++);
-            W.fp = fopen(W.name.c_str(), "wbx");
-            if (W.fp == nullptr && errno != EEXIST) break;
+        vln_replacement &r = W.replacement;
+        if (vln_replace_begin(&r, filename, 0666) != 0) return VLD_setup_error(1, filename);
+        W.fp = fdopen(r.fd, "wb");
+        if (W.fp == nullptr) {
+            vln_replace_abandon(&r);
+            return VLD_setup_error(1, filename);
         }
-        if (W.fp == nullptr) return VLD_setup_error(1, filename);
+        W.name = r.temp;
     }
     W.open = true;
     return 0;
@@ -273,20 +278,25 @@ int open_output(const char *filename)
 
 // Ends the output of an outermost call: the temporary file replaces the target
 // when all went well, and is removed otherwise.
-int close_output(int status, const char *filename)
+int close_output(int status)
 {
     if (W.to_buffer) return status;
     if (W.to_stdout) {
         if (fflush(W.fp) != 0 && status == 0) status = VLD_setup_error(5, W.name.c_str());
         return status;
     }
+    // The document reaches the disk before it takes the old one's place.
+    if ((fflush(W.fp) != 0 || vln_fsync(fileno(W.fp)) != 0) && status == 0)
+        status = VLD_setup_error(5, W.name.c_str());
     if (fclose(W.fp) != 0 && status == 0) status = VLD_setup_error(5, W.name.c_str());
     W.fp = nullptr;
-    if (status == 0 && vln_rename(W.name.c_str(), filename) != 0) {
+    W.replacement.fd = -1;  // closed with the stream
+    if (status != 0) {
+        vln_replace_abandon(&W.replacement);
+    } else if (vln_replace_commit(&W.replacement) != 0) {
         fprintf(vln_ReturnStdErr(), "VLDLIB: %s\n", strerror(errno));
         status = VLD_setup_error(26, W.name.c_str());
     }
-    if (status != 0) remove(W.name.c_str());
     return status;
 }
 
@@ -347,7 +357,7 @@ int ep_general(void *record, const char *filename, const char *block, VLD_BLOCK_
             status = failure.row;
         }
         W.in_document = false;
-        status = close_output(status, filename);
+        status = close_output(status);
     }
     if (to_buffer && status == 0) {
         buffer_result = std::move(W.text);

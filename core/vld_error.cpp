@@ -314,6 +314,16 @@ int VLD_setup_error(int code, ...)
     return code;
 }
 
+int vld_setup_error_text(int code, const char *text)
+{
+    vln_mutex_begin(&csect);
+    snprintf(error_buffer, sizeof error_buffer, "%s", text != nullptr ? text : "");
+    VLD_error.code = code;
+    VLD_error.text = error_buffer;
+    vln_mutex_end(&csect);
+    return code;
+}
+
 int VLD_setup_system_error(int code, ...)
 {
     va_list args;

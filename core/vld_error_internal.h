@@ -8,4 +8,8 @@
  * adds to the error text. Written by the reader under its own lock. */
 extern char vld_last_diagnostic[VLD_DIAGNOSTIC_SIZE];
 
+/* Sets up row `code` with a text the caller formatted, for rows whose %d can't
+ * carry a 64-bit figure; returns `code`. */
+int vld_setup_error_text(int code, const char *text);
+
 #endif

@@ -30,6 +30,35 @@ int vln_open(const char *path, int flags, int mode)
     return fd;
 }
 
+int vln_open_data(const char *path, int flags, int mode)
+{
+    // O_NONBLOCK: an open of a FIFO for reading would otherwise wait for a
+    // writer. The kind comes from the descriptor, so nothing can be swapped in
+    // between a look at the name and the open.
+    int fd = vln_open(path, flags | O_NONBLOCK, mode);
+    if (fd < 0) return -1;
+    struct stat st;
+    if (fstat(fd, &st) != 0) {
+        int err = errno;
+        close(fd);
+        errno = err;
+        return -1;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        close(fd);
+        errno = S_ISDIR(st.st_mode) ? EISDIR : ENODEV;
+        return VLN_NOT_REGULAR;
+    }
+    int status = fcntl(fd, F_GETFL);
+    if (status < 0 || fcntl(fd, F_SETFL, status & ~O_NONBLOCK) != 0) {
+        int err = errno;
+        close(fd);
+        errno = err;
+        return -1;
+    }
+    return fd;
+}
+
 int vln_close(int fd)
 {
     if (fd < 0) return -1;
@@ -147,8 +176,25 @@ int64_t vln_tell64(int fd)
 int64_t vln_filesize64(const char *path)
 {
     struct stat st;
-    if (path == nullptr || stat(path, &st) != 0 || S_ISDIR(st.st_mode)) return -1;
+    if (path == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (stat(path, &st) != 0) return -1;
+    if (S_ISDIR(st.st_mode)) {
+        errno = EISDIR;  // callers report the system's reason
+        return -1;
+    }
     return static_cast<int64_t>(st.st_size);
+}
+
+int vln_fsync(int fd)
+{
+    int r;
+    do {
+        r = fsync(fd);
+    } while (r != 0 && errno == EINTR);
+    return r == 0 ? 0 : -1;
 }
 
 int64_t vln_file_mtime(const char *path)

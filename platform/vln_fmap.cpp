@@ -96,21 +96,24 @@ void *vln_fmap(const char *path, const char *mode, size_t size, int64_t offset, 
                char **message)
 {
     if (message != nullptr) *message = nullptr;
-    if (path == nullptr || handles == nullptr) {
-        set_message(message, "vln_fmap() failed - Cannot open %s", path != nullptr ? path : "");
+    // Every failure leaves errno saying why, for callers that report the
+    // system's reason beside the text.
+    auto refuse = [&](int err, const char *format) -> void * {
+        set_message(message, format, path != nullptr ? path : "");
+        errno = err;
         return nullptr;
-    }
+    };
+    if (path == nullptr || handles == nullptr)
+        return refuse(EINVAL, "vln_fmap() failed - Cannot open %s");
     ModeFlags f = parse_mode(mode);
     struct stat st;
     bool exists = stat(path, &st) == 0;
-    if (exists && S_ISDIR(st.st_mode)) {
-        set_message(message, "vln_fmap() failed - directory name given - %s", path);
-        return nullptr;
-    }
-    if (f.check && !may_write(path, exists)) {
-        set_message(message, "vln_fmap() failed - no write permission on file %s", path);
-        return nullptr;
-    }
+    if (exists && S_ISDIR(st.st_mode))
+        return refuse(EISDIR, "vln_fmap() failed - directory name given - %s");
+    if (exists && !S_ISREG(st.st_mode))
+        return refuse(ENODEV, "vln_fmap() failed - Cannot open %s (not a regular file)");
+    if (f.check && !may_write(path, exists))
+        return refuse(EACCES, "vln_fmap() failed - no write permission on file %s");
 
     bool opened_here = handles[0] < 0;
     bool create = f.create_always || f.create_new;
@@ -119,60 +122,48 @@ void *vln_fmap(const char *path, const char *mode, size_t size, int64_t offset, 
         int flags = (f.write || create) ? O_RDWR : O_RDONLY;
         if (f.create_always) flags |= O_CREAT | O_TRUNC;
         if (f.create_new) flags |= O_CREAT | O_EXCL;
-        fd = open(path, flags | O_CLOEXEC, 0666);
-        if (fd < 0) {
-            set_message(message, "vln_fmap() failed - Cannot open %s", path);
-            return nullptr;
-        }
+        // Without blocking: what is swapped in for the file after the look
+        // above (a FIFO) must not hold the open up; the kind is checked below.
+        fd = open(path, flags | O_CLOEXEC | O_NONBLOCK, 0666);
+        if (fd < 0) return refuse(errno, "vln_fmap() failed - Cannot open %s");
     }
-    auto fail = [&]() -> void * {
+    auto fail = [&](int err, const char *format) -> void * {
         if (opened_here) close(fd);
-        return nullptr;
+        return refuse(err, format);
     };
 
     struct stat fs;
-    if (fstat(fd, &fs) != 0) {
-        set_message(message, "vln_fmap() failed - Cannot get file size on %s", path);
-        return fail();
-    }
-    if (S_ISDIR(fs.st_mode)) {
-        set_message(message, "vln_fmap() failed - directory name given - %s", path);
-        return fail();
-    }
-    if (offset < 0 || size > static_cast<size_t>(INT64_MAX - offset)) {
-        set_message(message, "vln_fmap() failed - Cannot seek on %s", path);
-        return fail();
-    }
+    if (fstat(fd, &fs) != 0) return fail(errno, "vln_fmap() failed - Cannot get file size on %s");
+    if (S_ISDIR(fs.st_mode)) return fail(EISDIR, "vln_fmap() failed - directory name given - %s");
+    if (!S_ISREG(fs.st_mode))
+        return fail(ENODEV, "vln_fmap() failed - Cannot open %s (not a regular file)");
+    if (offset < 0 || size > static_cast<size_t>(INT64_MAX - offset))
+        return fail(EINVAL, "vln_fmap() failed - Cannot seek on %s");
     int64_t end = offset + static_cast<int64_t>(size);
     if (opened_here && create) {
-        if (ftruncate(fd, static_cast<off_t>(end)) != 0) {
-            set_message(message, "vln_fmap() failed - Cannot set EOF on %s", path);
-            return fail();
-        }
+        if (ftruncate(fd, static_cast<off_t>(end)) != 0)
+            return fail(errno, "vln_fmap() failed - Cannot set EOF on %s");
     } else if (static_cast<int64_t>(fs.st_size) < end) {
+        if (opened_here) close(fd);
         set_message(message, "vln_fmap() failed - File is too short to map %lld bytes on %s",
                     static_cast<long long>(size), path);
-        return fail();
+        errno = EINVAL;
+        return nullptr;
     }
-    if (size == 0) {
-        set_message(message, "vln_fmap() failed on %s - could not create object", path);
-        return fail();
-    }
+    if (size == 0) return fail(EINVAL, "vln_fmap() failed on %s - could not create object");
 
     int64_t aligned = offset - offset % static_cast<int64_t>(page_size());
     size_t delta = static_cast<size_t>(offset - aligned);
     int prot = f.write ? PROT_READ | PROT_WRITE : PROT_READ;
     void *base = mmap(nullptr, size + delta, prot, MAP_SHARED, fd, static_cast<off_t>(aligned));
     if (base == MAP_FAILED) {
-        if (errno == ENOMEM)
-            set_message(message,
+        int err = errno;
+        if (err == ENOMEM)
+            return fail(err,
                         "Could Not Map file %s: Your system is running low on Virtual Memory.  "
                         "Please close down any other applications you have running, or close "
-                        "any other datasets you have open, and try again.",
-                        path);
-        else
-            set_message(message, "vln_fmap() failed on %s - could not create object", path);
-        return fail();
+                        "any other datasets you have open, and try again.");
+        return fail(err, "vln_fmap() failed on %s - could not create object");
     }
     madvise(base, size + delta, f.sequential ? MADV_SEQUENTIAL : MADV_RANDOM);
     handles[0] = fd;

@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "raster_fixture.h"
@@ -152,6 +155,32 @@ TEST(RasterMapped, OpensFailWithTheirRows)
         EXPECT_EQ(mmap_dataset_with_limits(ds.d, &message, "", 0, 5, 8, 0), nullptr);
         safe_free(message);
     }
+    {
+        // A data file that is no regular file is refused, with its reason,
+        // and a FIFO without waiting for a writer.
+        struct Kind {
+            const char *what;
+            int (*make)(const char *path);
+            const char *reason;
+        } kinds[] = {
+            {"directory", [](const char *p) { return mkdir(p, 0755); },
+             "It is a directory, not a data file"},
+            {"FIFO", [](const char *p) { return mkfifo(p, 0644); }, "It is not a regular file"},
+        };
+        for (const Kind &k : kinds) {
+            SCOPED_TRACE(k.what);
+            Dataset ds;
+            ds.write(dir, k.what);
+            unlink(ds.data.c_str());
+            ASSERT_EQ(k.make(ds.data.c_str()), 0);
+            VLD_mmraster *h = nullptr;
+            EXPECT_EQ(VLD_raster_mmopen(&h, ds.d, 0, 13, nullptr, 3, 0), 1);
+            EXPECT_EQ(ras::error_text(),
+                      "Cannot open file \"" + ds.data + "\"\n" + std::string(k.reason));
+            EXPECT_EQ(h, nullptr);
+            EXPECT_EQ(vln_aread_open(ds.data.c_str()), nullptr);
+        }
+    }
     EXPECT_EQ(mmap_calculate_limit(0), 32 << 20);
     EXPECT_LE(mmap_calculate_limit(4), 32 << 20);
 }
@@ -208,4 +237,77 @@ TEST(RasterMapped, LargeFileViewsMoveByRemapping)
     EXPECT_EQ(0, std::memcmp(cells, last.data() + 2 * 40000, 40000));
     EXPECT_EQ(VLD_raster_mmget_cells(h, 39998, 2, nullptr), nullptr);
     EXPECT_EQ(VLD_raster_mmclose(&h), 0);
+}
+
+TEST(RasterMapped, ViewsThatCannotBeMadeFailWithTheSystemsReason)
+{
+    ras::TempDir dir;
+    Dataset ds;
+    ds.write(dir, "img");
+    struct Case {
+        const char *what;
+        int32_t low, high;
+        uint32_t size;
+    } cases[] = {
+        {"empty view", 0, 0, 0},
+        {"offset -1, -1", -1, -1, 100},
+        {"offset past 2^63", 0, INT32_MIN, 100},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        VLD_mmraster *h = nullptr;
+        ASSERT_EQ(VLD_raster_mmopen(&h, ds.d, 0, 13, nullptr, 3, 0), 0);
+        errno = ENOENT;  // what a stale error number would say
+        EXPECT_EQ(VLD_raster_mmremap(h, ds.d, c.low, c.high, c.size), 1);
+        EXPECT_NE(ras::error_text().find("Invalid argument"), std::string::npos)
+            << ras::error_text();
+        EXPECT_EQ(h->view, nullptr);
+        EXPECT_EQ(VLD_raster_mmget_cells(h, 0, 0, nullptr), nullptr);
+        EXPECT_EQ(VLD_raster_mmclose(&h), 0);
+    }
+}
+
+TEST(RasterMapped, SizesPastTwoGigabytesArePrintedWhole)
+{
+    ras::TempDir dir;
+    Dataset ds;
+    ds.type = Unsigned8BitInteger;
+    ds.bands = 1;
+    ds.lines = 2;
+    ds.cells = 1000;
+    ds.write(dir, "img");
+    ds.d->info.r.nr_lines = 20000000;  // 20 GB expected of a file of 2000 bytes
+    VLD_mmraster *h = nullptr;
+    EXPECT_EQ(VLD_warp_raster_mmopen(&h, ds.d, 0, 1000, nullptr, 1, 0), 53);
+    EXPECT_EQ(ras::error_text(), "Dataset data file size (2000) less than expected (20000000000)");
+    char *message = nullptr;
+    EXPECT_EQ(mmap_dataset(ds.d, &message, ""), nullptr);
+    ASSERT_NE(message, nullptr);
+    EXPECT_STREQ(message, "Dataset size (2000) < expected size (20000000000).");
+    safe_free(message);
+}
+
+TEST(RasterMapped, AFileThatShrinksUnderItsMappingFailsReadsCleanly)
+{
+    // Lines of 78 bytes: after the cut to 100 bytes, line 0 is whole and line
+    // 1 is not. Reading line 1 from the mapping would raise SIGBUS.
+    for (int ask : {0, static_cast<int>(IEEE8ByteReal)}) {
+        SCOPED_TRACE(ask);
+        ras::TempDir dir;
+        Dataset ds;
+        ds.write(dir, "img");
+        VLD_mmraster *h = nullptr;
+        ASSERT_EQ(VLD_raster_mmopen(&h, ds.d, 0, 13, nullptr, 3, ask), 0);
+        void *buffer = nullptr;
+        VLD_raster_mmsetup_buf(h, &buffer);
+        ASSERT_EQ(truncate(ds.data.c_str(), 100), 0);
+        EXPECT_NE(VLD_raster_mmget_cells(h, 0, 0, buffer), nullptr) << ras::error_text();
+        for (int line : {1, 6}) {
+            EXPECT_EQ(VLD_raster_mmget_cells(h, line, 2, buffer), nullptr);
+            EXPECT_EQ(VLD_error.code, 4);
+            EXPECT_EQ(ras::error_text(), "Cannot read from file \"" + ds.data + "\"");
+        }
+        VLD_raster_mmfree_buf(h, &buffer);
+        EXPECT_EQ(VLD_raster_mmclose(&h), 0);
+    }
 }

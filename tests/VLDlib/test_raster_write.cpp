@@ -3,8 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 
 #include "raster_fixture.h"
 #include "vln_fileio.h"
@@ -142,4 +148,81 @@ TEST(RasterWrite, OpenForWritingRefusesWhatItCannotWrite)
     EXPECT_EQ(h.nr_bands, 1);
     ec_raster(&h);
     ds.d->info.r.nr_bands = 3;
+}
+
+// Rewriting a dataset: the new cells go to a temporary file that replaces the
+// data file at ec_raster, so the old file stays whole until then, and for good
+// when a write fails; the data file keeps its mode and its links.
+TEST(RasterWrite, RewritingReplacesTheDataFileOnlyWhenComplete)
+{
+    ras::TempDir dir;
+    Dataset old_ds;
+    old_ds.write(dir, "img");
+    const std::string old_bytes = slurp(old_ds.data);
+    // The new cells: the old ones plus one, in every band.
+    Buffers lines = all_lines(old_ds);
+    for (auto &band : lines.bands)
+        for (size_t i = 0; i < band.size(); i += 2) band[i] += 1;
+    auto no_temporary_file = [&] {
+        for (const auto &e : std::filesystem::directory_iterator(dir.file("")))
+            EXPECT_NE(e.path().filename().string().rfind("tmp", 0), 0u) << e.path();
+    };
+
+    {
+        SCOPED_TRACE("complete rewrite, through a link, of a file of mode 0600");
+        ASSERT_EQ(rename(old_ds.data.c_str(), dir.file("cells").c_str()), 0);
+        ASSERT_EQ(symlink("cells", old_ds.data.c_str()), 0);
+        ASSERT_EQ(chmod(dir.file("cells").c_str(), 0600), 0);
+        rasterfile h;
+        ASSERT_EQ(eow_raster(&h, old_ds.d), 0);
+        ASSERT_EQ(ep_raster(&h, lines.data(), old_ds.lines), 0);
+        EXPECT_EQ(slurp(old_ds.data), old_bytes);  // not yet replaced
+        ASSERT_EQ(ec_raster(&h), 0);
+        std::string now = slurp(old_ds.data);
+        ASSERT_EQ(now.size(), old_bytes.size());
+        EXPECT_EQ(static_cast<unsigned char>(now[0]), static_cast<unsigned char>(old_bytes[0]) + 1);
+        struct stat st;
+        ASSERT_EQ(lstat(old_ds.data.c_str(), &st), 0);
+        EXPECT_TRUE(S_ISLNK(st.st_mode));
+        ASSERT_EQ(stat(old_ds.data.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, 0600u);
+        no_temporary_file();
+    }
+
+    const std::string before = slurp(old_ds.data);
+    {
+        // A full disk, as the file size limit simulates it: the write fails
+        // with EFBIG half-way through the dataset.
+        SCOPED_TRACE("failed write");
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            signal(SIGXFSZ, SIG_IGN);
+            struct rlimit limit = {100, 100};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            rasterfile h;
+            int ok = eow_raster(&h, old_ds.d) == 0 &&
+                     ep_raster(&h, lines.data(), old_ds.lines) == 5 && ec_raster(&h) == 5;
+            _exit(ok ? 0 : 1);
+        }
+        int wstatus = 0;
+        waitpid(child, &wstatus, 0);
+        EXPECT_TRUE(WIFEXITED(wstatus) && WEXITSTATUS(wstatus) == 0);
+        EXPECT_EQ(slurp(old_ds.data), before);
+        no_temporary_file();
+    }
+    {
+        // A replacement that can't be renamed into place (the data file is now
+        // a directory) fails at close, and leaves nothing behind.
+        SCOPED_TRACE("failed rename");
+        std::string blocked = dir.file("blocked");
+        mkdir(blocked.c_str(), 0755);
+        safe_free(old_ds.d->data_file);
+        old_ds.d->data_file = strsave(blocked.c_str());
+        rasterfile h;
+        ASSERT_EQ(eow_raster(&h, old_ds.d), 0);
+        ASSERT_EQ(ep_raster(&h, lines.data(), old_ds.lines), 0);
+        EXPECT_EQ(ec_raster(&h), 26);
+        no_temporary_file();
+    }
 }

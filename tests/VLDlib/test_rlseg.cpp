@@ -376,6 +376,37 @@ TEST(RegionMask, DiamondThroughCellCentres)
     ef_regioninfo(region);
 }
 
+TEST(RegionMask, RegionsReachingFarOutsideKeepTheirCellsInside)
+{
+    // Corners beyond any int: the rows and runs inside the dataset of 10 x 8
+    // cells are what a region clipped to it would give.
+    struct Case {
+        const char *what;
+        std::vector<Ring> rings;
+        int first_row, last_row;  // each row is the full run 0-9
+    } cases[] = {
+        {"square of +-6e8", {{{-6e8, -6e8}, {6e8, -6e8}, {6e8, 6e8}, {-6e8, 6e8}}}, 0, 7},
+        {"band across, 2 to 5", {{{-6e8, 2}, {6e8, 2}, {6e8, 5}, {-6e8, 5}}}, 2, 4},
+        {"square of +-1e15", {{{-1e15, -1e15}, {1e15, -1e15}, {1e15, 1e15}, {-1e15, 1e15}}}, 0, 7},
+        {"below the dataset, far down", {{{-6e8, 3}, {6e8, 3}, {6e8, 6e8}, {-6e8, 6e8}}}, 3, 7},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        regioninfo *region = make_region(c.rings);
+        Dataset ds(10, 8);
+        lineseg_info *list = nullptr;
+        ASSERT_EQ(get_lineseg_info(&ds.header, region, &list), 0);
+        int row = c.first_row;
+        for (const lineseg_info *l = list; l; l = l->next, row++) {
+            EXPECT_EQ(l->line, row);
+            EXPECT_EQ(runs_of(l->rlsegs), (Runs{{0, 9}})) << "row " << row;
+        }
+        EXPECT_EQ(row, c.last_row + 1);
+        free_lineseg_info(&list);
+        ef_regioninfo(region);
+    }
+}
+
 TEST(RegionMask, ExtentsAndRegionsWithoutPolygons)
 {
     regioninfo *region = make_region({{{1.5, 2.25}, {7.2, 9.0}, {3, 4}}});

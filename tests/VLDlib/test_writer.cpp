@@ -359,3 +359,49 @@ TEST(Writer, StandardOutputNestingAndNullRecords)
 }
 
 }  // namespace
+
+// A document written through a symbolic link replaces the file the link
+// points to, in that file's folder, and the link stays a link; the file keeps
+// its permissions.
+TEST(Writer, LinksAreWrittenThroughAndPermissionsKept)
+{
+    bt::TempDir dir;
+    mkdir(dir.file("real").c_str(), 0755);
+    struct Case {
+        const char *what;
+        std::string path;    // what the writer is given
+        std::string target;  // the file that must hold the document
+        mode_t mode;         // of the target before and after
+    } cases[] = {
+        {"plain file of mode 0600", dir.file("private.vld"), dir.file("private.vld"), 0600},
+        {"absolute link", dir.file("abs.vld"), dir.file("real/abs.vld"), 0640},
+        {"relative link into another folder", dir.file("rel.vld"), dir.file("real/rel.vld"), 0604},
+        {"chain of two links", dir.file("chain.vld"), dir.file("real/chain.vld"), 0644},
+    };
+    ASSERT_EQ(symlink(dir.file("real/abs.vld").c_str(), dir.file("abs.vld").c_str()), 0);
+    ASSERT_EQ(symlink("real/rel.vld", dir.file("rel.vld").c_str()), 0);
+    ASSERT_EQ(symlink("chain2.vld", dir.file("chain.vld").c_str()), 0);
+    ASSERT_EQ(symlink("real/chain.vld", dir.file("chain2.vld").c_str()), 0);
+    bt::Record r = bt::every_type(nullptr);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        std::ofstream(c.target) << "old text\n";
+        ASSERT_EQ(chmod(c.target.c_str(), c.mode), 0);
+        ASSERT_EQ(bt::write_doc(&r, c.path.c_str()), 0) << VLD_error.text;
+        EXPECT_EQ(bt::slurp(c.target).substr(0, 10), "Doc Begin\n");
+        struct stat st;
+        ASSERT_EQ(stat(c.target.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, c.mode);
+        ASSERT_EQ(lstat(c.path.c_str(), &st), 0);
+        EXPECT_EQ(S_ISLNK(st.st_mode), c.path != c.target);
+    }
+    // No temporary file is left in either folder.
+    for (const std::string &folder : {dir.file(""), dir.file("real")})
+        for (const auto &e : std::filesystem::directory_iterator(folder))
+            EXPECT_NE(e.path().filename().string().rfind("tmp", 0), 0u) << e.path();
+
+    // A link to a file that doesn't exist yet creates it where the link points.
+    ASSERT_EQ(symlink("real/new.vld", dir.file("new.vld").c_str()), 0);
+    ASSERT_EQ(bt::write_doc(&r, dir.file("new.vld").c_str()), 0);
+    EXPECT_EQ(bt::slurp(dir.file("real/new.vld")).substr(0, 10), "Doc Begin\n");
+}

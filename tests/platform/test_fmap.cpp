@@ -91,6 +91,8 @@ TEST_F(FmapTest, Failures)
     std::string small = file("small", "abc");
     std::string readonly = file("readonly", "abc");
     chmod(readonly.c_str(), 0444);
+    std::string fifo = dir_ + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
     struct Case {
         std::string path;
         const char *mode;
@@ -105,6 +107,9 @@ TEST_F(FmapTest, Failures)
         {small, "", 2, 2, "vln_fmap() failed - File is too short to map 2 bytes on " + small},
         {small, "", 1, -1, "vln_fmap() failed - Cannot seek on " + small},
         {readonly, "w", 3, 0, "vln_fmap() failed - no write permission on file " + readonly},
+        // Refused without waiting for a writer, whatever the mode.
+        {fifo, "", 1, 0, "vln_fmap() failed - Cannot open " + fifo + " (not a regular file)"},
+        {fifo, "x", 1, 0, "vln_fmap() failed - Cannot open " + fifo + " (not a regular file)"},
         {small, "x", 3, 0, ""},
         {readonly, "", 3, 0, ""},
     };
