@@ -22,6 +22,7 @@
 
 #include "vld_blocktext_internal.h"
 #include "vld_error_internal.h"
+#include "vln_fileio.h"
 #include "vln_fmap.h"
 #include "vln_path.h"
 
@@ -461,24 +462,16 @@ void append_diagnostic(const std::string &piece)
 }
 
 // Opens a document for reading, refusing without blocking anything that isn't
-// a regular file: opening a FIFO would wait for a writer for ever, and a
-// directory or a device is no document. -1 on failure, with the reason noted.
+// a regular file: opening a FIFO would wait for a writer for ever. -1 on
+// failure; lex_not_regular tells a FIFO, device or socket from a file that
+// isn't there (a directory is simply no file).
 int open_regular(const char *filename, off_t *size)
 {
     lex_not_regular = false;
-    int fd;
-    do {
-        fd = open(filename, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    } while (fd < 0 && errno == EINTR);
+    int fd = vln_open_data(filename, O_RDONLY, 0);
+    if (fd == VLN_NOT_REGULAR) lex_not_regular = errno != EISDIR;
     if (fd < 0) return -1;
-    struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        lex_not_regular = !S_ISDIR(st.st_mode);  // a directory is simply no file
-        close(fd);
-        return -1;
-    }
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    *size = st.st_size;
+    *size = static_cast<off_t>(vln_fdsize64(fd));
     return fd;
 }
 

@@ -214,7 +214,10 @@ int64_t read_ifut(const rasterfile *handle, int64_t position, int64_t length, vo
     int64_t word_end = (end + 3) / 4 * 4;
     auto *words = static_cast<unsigned char *>(scratch);
     int64_t got = vln_pread64(handle->fd, words, word_end - base, base);
-    if (got < end - base) return -1;
+    if (got < 0) return -1;
+    // A short file: how much of the request came, never -1, whose errno would
+    // be stale.
+    if (got < end - base) return got > position - base ? got - (position - base) : 0;
     if (got < word_end - base)
         std::memset(words + got, 0, static_cast<size_t>(word_end - base - got));
     if (handle->word_swap != nullptr)

@@ -165,7 +165,7 @@ int eg_general(void *record, const char *filename, const char *block, const VLD_
             bool not_regular = lex_not_regular;
             lex_restore(outer);
             VLD_setup_error(1, filename);
-            if (not_regular) append_buffer_to_VLD_error("Not a regular file");
+            if (not_regular) append_buffer_to_VLD_error("It is not a regular file");
             return 1;
         }
         parent = VLN_get_dirname(filename);

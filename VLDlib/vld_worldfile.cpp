@@ -10,6 +10,8 @@
  */
 #include "vld_worldfile.h"
 
+#include <fcntl.h>
+
 #include <atomic>
 #include <cctype>
 #include <cmath>
@@ -20,6 +22,7 @@
 
 #include "vld_blocktext.h"
 #include "vld_coords.h"
+#include "vln_fileio.h"
 #include "vln_path.h"
 
 namespace {
@@ -140,9 +143,20 @@ std::vector<std::string> candidates(const char *image, const char *extensions)
     return names;
 }
 
+/* A world file opened for reading; null for anything but a regular file,
+ * which is refused without waiting on it (a FIFO would block the open). */
+FILE *open_world_file(const char *path)
+{
+    int fd = vln_open_data(path, O_RDONLY, 0);
+    if (fd < 0) return nullptr;
+    FILE *f = fdopen(fd, "r");
+    if (!f) vln_close(fd);
+    return f;
+}
+
 bool opens(const std::string &path)
 {
-    FILE *f = std::fopen(path.c_str(), "r");
+    FILE *f = open_world_file(path.c_str());
     if (!f) return false;
     std::fclose(f);
     return true;
@@ -291,7 +305,7 @@ int VLN_get_affine_transform_from_world_file(affine *t, const char *path)
 {
     if (!t) return VLD_setup_error(12, "Null structure pointer");
     if (!path || !*path) return VLD_setup_error(9);
-    FILE *f = std::fopen(path, "r");
+    FILE *f = open_world_file(path);
     if (!f) return VLD_setup_error(24, path);
     double *const slots[6] = {&t->c, &t->b, &t->a, &t->d, &t->e, &t->f};
     int read = 0;

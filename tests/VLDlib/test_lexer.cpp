@@ -252,7 +252,7 @@ TEST(Lexer, FifoIsRefusedWithoutReadingIt)
         if (mode == 2) {
             bt::Result r = bt::read_file(fifo);
             EXPECT_EQ(r.status, 1);
-            EXPECT_EQ(r.error, "Cannot open file \"" + fifo + "\"\nNot a regular file");
+            EXPECT_EQ(r.error, "Cannot open file \"" + fifo + "\"\nIt is not a regular file");
         } else {
             int errors = 0;
             EXPECT_EQ(VLD_init_lexer(mode, &errors, fifo.c_str(), nullptr), 0);

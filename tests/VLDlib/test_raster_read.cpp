@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 
@@ -368,6 +369,7 @@ TEST(RasterRead, ShortDataFileFailsWithoutReadingPastItsEnd)
         ASSERT_EQ(eo_raster(&h, ds.d, 0, 7, 0, 13, RASTER_BAND_RANGE, 3, first.data()), 0);
         Buffers buf(3, 7 * 13 * 2);
         EXPECT_EQ(h.read(&h, buf.data(), 0, 6), 0);
+        errno = EINVAL;  // left by an earlier call: a short file is still row 4
         EXPECT_EQ(h.read(&h, buf.data(), 6, 1), 4) << layout;
         EXPECT_NE(ras::error_text().find(ds.data), std::string::npos);
         Buffers v(3, 2);

@@ -2,6 +2,7 @@
 // numbers, finding the file beside an image, and the registration of a header
 // that a world file stands for.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
 #include <filesystem>
@@ -116,6 +117,13 @@ TEST(WorldFile, Reading)
     std::string missing = dir.file("none.tfw");
     EXPECT_EQ(VLN_get_affine_transform_from_world_file(&t, missing.c_str()), 24);
     EXPECT_EQ(error_text(), missing);
+    // A FIFO is no world file, and is neither waited on nor found.
+    std::string fifo = dir.file("pipe.tfw");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(VLN_get_affine_transform_from_world_file(&t, fifo.c_str()), 24);
+    char *found = nullptr;
+    EXPECT_NE(VLN_check_for_world_file(&found, dir.file("pipe.tif").c_str(), ""), 0);
+    EXPECT_EQ(found, nullptr);
 }
 
 TEST(WorldFile, FindingBesideAnImage)
