@@ -28,11 +28,40 @@
 
 namespace {
 
+/* The results of one kind of read, by key; each entry is owned. */
+template <typename T, int (*copy_of)(T **, const T *), void (*free_of)(T *)>
+struct Results {
+    std::map<std::string, T *> kept;
+
+    /* A new copy named `name`, or null. */
+    T *copy(const std::string &key, const char *name) const
+    {
+        auto hit = kept.find(key);
+        if (key.empty() || hit == kept.end()) return nullptr;
+        T *out = nullptr;
+        copy_of(&out, hit->second);
+        vld::replace_text(out->name, name);
+        return out;
+    }
+    void keep(const std::string &key, const T *record)
+    {
+        if (key.empty() || !record || kept.count(key)) return;
+        T *own = nullptr;
+        copy_of(&own, record);
+        kept[key] = own;
+    }
+    void clear()
+    {
+        for (auto &entry : kept) free_of(entry.second);
+        kept.clear();
+    }
+};
+
 struct ScopeState {
     int depth = 0;
-    std::vector<std::string> open;           /* documents being read, outermost first */
-    std::map<std::string, dshdr *> headers;  /* eg_dshdr results */
-    std::map<std::string, algorithm *> algs; /* eg_vds_algorithm results */
+    std::vector<std::string> open;              /* documents being read, outermost first */
+    Results<dshdr, cp_dshdr, ef_dshdr> headers; /* eg_dshdr's */
+    Results<algorithm, cp_algorithm_all, ef_algorithm> algs; /* embedded reads' */
 };
 
 thread_local ScopeState scope_state;
@@ -47,8 +76,6 @@ vld::ReadScope::ReadScope()
 vld::ReadScope::~ReadScope()
 {
     if (--scope_state.depth > 0) return;
-    for (auto &entry : scope_state.headers) ef_dshdr(entry.second);
-    for (auto &entry : scope_state.algs) ef_algorithm(entry.second);
     scope_state.headers.clear();
     scope_state.algs.clear();
     scope_state.open.clear();
@@ -96,36 +123,20 @@ vld::OpenDocument::~OpenDocument()
 
 dshdr *vld::cached_header(const std::string &key, const char *name)
 {
-    auto hit = scope_state.headers.find(key);
-    if (key.empty() || hit == scope_state.headers.end()) return nullptr;
-    dshdr *copy = nullptr;
-    cp_dshdr(&copy, hit->second);
-    replace_text(copy->name, name);
-    return copy;
+    return scope_state.headers.copy(key, name);
 }
 
 void vld::cache_header(const std::string &key, const dshdr *d)
 {
-    if (key.empty() || !d || scope_state.depth == 0 || scope_state.headers.count(key)) return;
-    dshdr *copy = nullptr;
-    cp_dshdr(&copy, d);
-    scope_state.headers[key] = copy;
+    if (scope_state.depth > 0) scope_state.headers.keep(key, d);
 }
 
 algorithm *vld::cached_embedded_algorithm(const std::string &key, const char *name)
 {
-    auto hit = scope_state.algs.find(key);
-    if (key.empty() || hit == scope_state.algs.end()) return nullptr;
-    algorithm *copy = nullptr;
-    cp_algorithm_all(&copy, hit->second);
-    replace_text(copy->name, name);
-    return copy;
+    return scope_state.algs.copy(key, name);
 }
 
 void vld::cache_embedded_algorithm(const std::string &key, const algorithm *a)
 {
-    if (key.empty() || !a || scope_state.depth == 0 || scope_state.algs.count(key)) return;
-    algorithm *copy = nullptr;
-    cp_algorithm_all(&copy, a);
-    scope_state.algs[key] = copy;
+    if (scope_state.depth > 0) scope_state.algs.keep(key, a);
 }
