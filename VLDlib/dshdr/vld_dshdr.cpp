@@ -22,9 +22,6 @@
 #include "vld_worldfile.h"
 #include "vln_path.h"
 
-int32_t read_transients = 0;
-int32_t write_transients = 0;
-
 const VLD_ENUM ev_DataSetType[] = {{DST_None, "None"},
                                    {DST_Unknown, "Unknown"},
                                    {DST_VLDStorage, "VLDStorage"},

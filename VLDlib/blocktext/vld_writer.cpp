@@ -23,7 +23,6 @@
 #include <string>
 
 #include "vld_blocktext_internal.h"
-#include "vld_coords.h"
 #include "vln_fileio.h"
 #include "vln_path.h"
 

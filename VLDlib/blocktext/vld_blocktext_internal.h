@@ -54,6 +54,11 @@ bool lex_bad_char();
 size_t lex_chars_read();
 /* The errors counted since VLD_init_lexer. */
 int lex_error_count();
+/* Reports a list that doesn't hold the expected number of elements, with the
+ * reader's one wording; the keyword's line follows in the diagnostic. The
+ * report counts as an error but doesn't stop the reading. */
+void report_list_count(long long expected, long long got);
+
 /* Set when VLD_init_lexer refused its file for being a FIFO, a device or a
  * socket, which can't be read as a document. */
 extern bool lex_not_regular;

@@ -15,7 +15,9 @@
 #include <string>
 
 #include "vld_record_internal.h"
-#include "vld_dshdr.h"
+
+int32_t read_transients = 0;
+int32_t write_transients = 0;
 
 namespace vld {
 

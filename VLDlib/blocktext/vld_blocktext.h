@@ -184,6 +184,24 @@ VLD_API double dmsstr_to_d(const char *text);
 VLD_API char *d_to_dmsstr_spec(char *buffer, double value, int places);
 VLD_API char *d_to_dmsstr(char *buffer, double value);
 
+/* ---------------------------------------------------------------- transients
+
+   When set, algorithm readers keep the transient keywords, and writers write
+   them; a header then also keeps its DataFile line. Both start at 0. */
+extern VLD_API int32_t read_transients;
+extern VLD_API int32_t write_transients;
+
+/* ---------------------------------------------------------------- lengths as text */
+
+/* A length from "<number><unit>" with unit Km, m, mm, um, nm, pm or fm (any
+ * case); a missing or unknown unit gives 0. */
+VLD_API double str_to_len(const char *text);
+/* A length in the largest unit in which it is at least 1, at most `width`
+ * characters of digits. The text lives in a buffer of the calling thread and is
+ * overwritten by the next call. len_to_str uses width 9. */
+VLD_API const char *generic_len_to_str(double length, int width);
+VLD_API const char *len_to_str(double length);
+
 VLD_END_DECLS
 
 #endif

@@ -97,11 +97,6 @@ extern VLD_API const VLD_ENUM ev_DataSetType[];
 extern VLD_API const VLD_ENUM ev_DataType[];
 extern VLD_API const VLD_ENUM ev_ByteOrder[];
 
-/* When set, algorithm readers keep the transient keywords, and writers write
- * them; a header then also keeps its DataFile line. Both start at 0. */
-extern VLD_API int32_t read_transients;
-extern VLD_API int32_t write_transients;
-
 /* ---------------------------------------------------------------- coordinates */
 
 /* A coordinate space. Datum and projection are rows of the coordinate tables,

@@ -149,17 +149,6 @@ VLD_API int VLD_ll_strings_to_coords(const char *lat, const char *lon, dscoord *
 VLD_API int VLD_cellxy_strings_to_coords(const char *x, const char *y, dscoord *base, dscoord *out,
                                          const coordspace *space, dshdr *dsh);
 
-/* ---------------------------------------------------------------- lengths as text */
-
-/* A length from "<number><unit>" with unit Km, m, mm, um, nm, pm or fm (any
- * case); a missing or unknown unit gives 0. */
-VLD_API double str_to_len(const char *text);
-/* A length in the largest unit in which it is at least 1, at most `width`
- * characters of digits. The text lives in a buffer of the calling thread and is
- * overwritten by the next call. len_to_str uses width 9. */
-VLD_API const char *generic_len_to_str(double length, int width);
-VLD_API const char *len_to_str(double length);
-
 VLD_END_DECLS
 
 #endif

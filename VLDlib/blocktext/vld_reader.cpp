@@ -18,7 +18,6 @@
 
 #include "vld_blocktext_internal.h"
 #include "vld_error_internal.h"
-#include "vld_record_internal.h"
 #include "vln_path.h"
 
 namespace {
@@ -130,7 +129,7 @@ int list_length(const textnode *list)
 
 }  // namespace
 
-void vld::report_list_count(long long expected, long long got)
+void vld_bt::report_list_count(long long expected, long long got)
 {
     char message[128];
     snprintf(message, sizeof message, "Wrong number of list elements.  Expecting: %lld, got: %lld",
@@ -248,7 +247,7 @@ int list_to_array(T **result, textnode *list, int expected)
 {
     MutexGuard lock;  // a count that doesn't match is reported on the open input
     int n = list_length(list);
-    if (expected != -1 && expected != n) vld::report_list_count(expected, n);
+    if (expected != -1 && expected != n) report_list_count(expected, n);
     T *values = nullptr;
     if (n > 0) {
         values = static_cast<T *>(malloc_or_die(sizeof(T) * static_cast<size_t>(n)));
@@ -283,7 +282,7 @@ int conv_list_to_2Darray(double ***result, textnode *list, int rows, int columns
     if (result != nullptr) *result = nullptr;
     long long product = static_cast<long long>(rows) * columns;
     if (rows < 0 || columns < 0 || product != n) {
-        vld::report_list_count(static_cast<int>(product), n);
+        report_list_count(static_cast<int>(product), n);
         VLD_free_textnodes(list);
         return 0;
     }

@@ -27,13 +27,11 @@
 #include <cstdint>
 
 #include "vld_blocktext.h"
+#include "vld_blocktext_internal.h"
 
 namespace vld {
 
-/* Reports a list that doesn't hold the expected number of elements, with the
- * reader's one wording; the keyword's line follows in the diagnostic. The
- * report counts as an error but doesn't stop the reading. */
-void report_list_count(long long expected, long long got);
+using vld_bt::report_list_count;
 
 struct Record;
 struct Field;

@@ -79,14 +79,6 @@ double angle_of(const char *text, char positive, char negative, bool &hemisphere
     return value;
 }
 
-struct LengthUnit {
-    const char *word;
-    double factor;
-};
-
-const LengthUnit kLengthUnits[] = {{"Km", 1000.0}, {"m", 1.0},    {"mm", 0.001}, {"um", 1e-6},
-                                   {"nm", 1e-9},   {"pm", 1e-12}, {"fm", 1e-15}, {nullptr, 0.0}};
-
 }  // namespace
 
 /* ---------------------------------------------------------------- positions to text */
@@ -264,42 +256,4 @@ int VLD_cellxy_strings_to_coords(const char *x, const char *y, dscoord *base, ds
         return cvt_cell_to_any_coord(dsh, bx + cx, by + cy, space, out);
     }
     return cvt_cell_to_any_coord(dsh, cx, cy, space, base);
-}
-
-/* ---------------------------------------------------------------- lengths */
-
-double str_to_len(const char *text)
-{
-    if (!text) return 0.0;
-    double value = 0.0;
-    char word[11] = "";
-    if (std::sscanf(text, "%lf%10s", &value, word) < 1) return 0.0;
-    const LengthUnit *u = kLengthUnits;
-    while (u->word && VLD_strcasecmp(u->word, word) != 0) u++;
-    return value * u->factor;  // the closing row has factor 0
-}
-
-const char *generic_len_to_str(double length, int width)
-{
-    thread_local char buffer[400];
-    if (length == 0.0) {
-        std::snprintf(buffer, sizeof buffer, "0.0");
-        return buffer;
-    }
-    const LengthUnit *u = kLengthUnits;
-    while (u[1].word && std::fabs(length) / u->factor < 1.0) u++;
-    char digits[360];
-    std::snprintf(digits, sizeof digits, "%s%.3f", length < 0.0 ? "-" : "",
-                  std::fabs(length) / u->factor);
-    size_t keep = static_cast<size_t>(width < 3 ? 3 : width);
-    if (keep > std::strlen(digits)) keep = std::strlen(digits);
-    if (digits[keep - 1] == '.') keep--;
-    digits[keep] = '\0';
-    std::snprintf(buffer, sizeof buffer, "%s%s", digits, u->word);
-    return buffer;
-}
-
-const char *len_to_str(double length)
-{
-    return generic_len_to_str(length, 9);
 }
