@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "alg_docs_fixture.h"
 #include "dshdr_fixture.h"
 #include "vld_alg.h"
 #include "vld_alg_internal.h"
@@ -20,7 +21,8 @@ namespace {
 
 using dsh::TempDir;
 
-const std::string kAlgDir = std::string(VORLAN_TEST_DATA_DIR) + "/alg/";
+using algdocs::kAlgDir;
+using algdocs::write_datasets;
 
 /* An algorithm read with a reader of the family, freed at the end. */
 struct Alg {
@@ -35,29 +37,6 @@ struct Alg {
     Alg &operator=(const Alg &) = delete;
     algorithm *operator->() const { return a; }
 };
-
-/* Writes a raster header of three bands named Red, Green, Blue, 40 by 30
- * cells of size 1 in raw space, and a vector header beside it. */
-void write_datasets(const TempDir &dir)
-{
-    dshdr *d = nullptr;
-    std::string land = dir.file("land.vld");
-    ASSERT_EQ(df_raster_dshdr(&d, land.c_str(), 40, 30, 3, Unsigned8BitInteger), 0);
-    const char *names[] = {"Red", "Green", "Blue"};
-    for (int i = 0; i < 3; i++) d->info.r.bandids[i].value = strsave(names[i]);
-    ASSERT_EQ(ep_dshdr(d, land.c_str()), 0) << dsh::error_text();
-    mkdir(dir.file("sub").c_str(), 0755);
-    std::string inner = dir.file("sub/inner.vld");
-    ASSERT_EQ(ep_dshdr(d, inner.c_str()), 0) << dsh::error_text();
-    ef_dshdr(d);
-    d = nullptr;
-    std::string roads = dir.file("roads.vlv");
-    ASSERT_EQ(df_vector_dshdr(&d, roads.c_str()), 0);
-    d->info.v.extents.bottom_right.x = 40;
-    d->info.v.extents.bottom_right.y = 30;
-    ASSERT_EQ(ep_dshdr(d, roads.c_str()), 0) << dsh::error_text();
-    ef_dshdr(d);
-}
 
 bool equal(const algorithm *a, const algorithm *b)
 {
