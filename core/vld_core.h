@@ -17,6 +17,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "vld_errors.h"
+
 #ifdef __cplusplus
 #define VLD_BEGIN_DECLS extern "C" {
 #define VLD_END_DECLS }
@@ -33,7 +35,8 @@ VLD_BEGIN_DECLS
 
 /* ---------------------------------------------------------------- errors */
 
-/* The last failure of the process: a row of VLD_errmsg and its formatted text. */
+/* The last failure of the process: a row of VLD_errmsg (named in vld_errors.h)
+ * and its formatted text. */
 typedef struct VLD_ERROR_REC {
     int32_t code;
     char *text; /* into a static 1024-byte buffer; null until the first error */

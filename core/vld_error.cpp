@@ -13,228 +13,30 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 VLD_ERROR_REC VLD_error = {0, nullptr};
 
-// Rows that no caller raises stay empty strings.
-const char *VLD_errmsg[VLD_ERRMSG_ROWS] = {
-    /*   0 */ "",
-    /*   1 */ "Cannot open file \"%s\"",
-    /*   2 */ "Cannot close file \"%s\"",
-    /*   3 */ "Cannot create file \"%s\"",
-    /*   4 */ "Cannot read from file \"%s\"",
-    /*   5 */ "Cannot write to file \"%s\"",
-    /*   6 */ "Cannot seek to position in file \"%s\"",
-    /*   7 */ "VLD file \"%s\" has bad format",
-    /*   8 */ "Invalid file type: \"%s\"",
-    /*   9 */ "Null file or device specification",
-    /*  10 */ "Raster request list not in ascending order",
-    /*  11 */ "Could not allocate %d bytes of memory",
-    /*  12 */ "Internal error: \"%s\"",
-    /*  13 */ "Error while reading: \"%s\"",
-    /*  14 */ "Unexpected End-Of-File while reading: \"%s\"",
-    /*  15 */ "Unknown vector object type: \"%s\"",
-    /*  16 */ "Incompatible coordinate systems",
-    /*  17 */ "Unknown coordinate system type",
-    /*  18 */ "Insufficient points for definition of region \"%s\"",
-    /*  19 */ "Problem creating default stream",
-    /*  20 */ "Invalid transform type",
-    /*  21 */ "This function is not yet implemented",
-    /*  22 */ "Invalid stream type",
-    /*  23 */ "Bad byte order in dshdr",
-    /*  24 */ "%s",
-    /*  25 */ "Coordinate missing in algorithm: %s",
-    /*  26 */ "Cannot rename file: \"%s\"",
-    /*  27 */ "Directory \"%s\" is not writable",
-    /*  28 */ "Environment variable \"%s\" not set",
-    /*  29 */ "File \"%s\" not found in %s",
-    /*  30 */ "Invalid coordinate space: %s",
-    /*  31 */ "Geodetic transform error: \"%s\"",
-    /*  32 */ "Cannot find region: \"%s\"",
-    /*  33 */ "Cannot find directory: \"%s\"",
-    /*  34 */ "Lines specified are outside dataset range",
-    /*  35 */ "Cells specified are outside dataset range",
-    /*  36 */ "Region \"%s\" already exists",
-    /*  37 */ "Latitude/Longitude vector datasets not yet supported",
-    /*  38 */ "Bad size for kernel \"%s\"\n(rows and columns must be odd)",
-    /*  39 */ "No \"Name\" entry found for legend element with attribute string:\n'%s'",
-    /*  40 */ "Could not find legend element file '%s.ldd' in $VORLAN/legendrules",
-    /*  41 */ "Could not open Legend Rules definition directory for reading:\n'%s'",
-    /*  42 */ "There is no legend item parameter with name '%s': invalid override",
-    /*  43 */ "Too many levels of virtual datasets (>%d)\nProbably a recursion problem",
-    /*  44 */ "Virtual dataset %s is empty (all bands turned off)",
-    /*  45 */ "Cannot mmap dataset\n%s",
-    /*  46 */ "Cannot unmap dataset\n%s",
-    /*  47 */ "Raster Dataset required",
-    /*  48 */ "Cannot use virtual dataset (%s)",
-    /*  49 */ "%s",
-    /*  50 */ "NULL file specification passed to statfs()",
-    /*  51 */ "statfs() failed on %s",
-    /*  52 */ "Cannot get status of file \"%s\"",
-    /*  53 */ "Dataset data file size (%d) less than expected (%d)",
-    /*  54 */ "Cannot mmap dataset \"%s\" for reading/writing, header not aligned (%d bytes)",
-    /*  55 */ "Cannot find or open the resource file '%s'",
-    /*  56 */ "Btree problems with a Galaxy resource file",
-    /*  57 */ "Too many Galaxy resource files open",
-    /*  58 */ "File is not a Galaxy Btree file",
-    /*  59 */ "%s",
-    /*  60 */ "Dynamic link init program %s returned error %d\n%s",
-    /*  61 */ "Link init program returned too few (%d) parameters.\nParameters were: \"%s\".",
-    /*  62 */ "VORLAN environment variable not set",
-    /*  63 */ "Error loading algorithm",
-    /*  64 */ "First open a window",
-    /*  65 */ "Currently no algorithm",
-    /*  66 */ "Algorithm file name null - use 'Save Algorithm As...'",
-    /*  67 */ "Error saving algorithm",
-    /*  68 */ "Nothing to delete",
-    /*  69 */ "Nothing to append after",
-    /*  70 */ "Nothing to insert before",
-    /*  71 */ "Problem with default transform",
-    /*  72 */ "Algorithm internally corrupt",
-    /*  73 */ "Problem parsing color",
-    /*  74 */ "Problem allocating color",
-    /*  75 */ "Problem with null kernel",
-    /*  76 */ "Error loading kernel",
-    /*  77 */ "Error creating kernel",
-    /*  78 */ "Error loading formula",
-    /*  79 */ "Error creating formula",
-    /*  80 */ "Error loading dataset",
-    /*  81 */ "Please set $VLNDSDIR",
-    /*  82 */ "Dataset directory null",
-    /*  83 */ "Problem opening Dataset Directory",
-    /*  84 */ "Dataset file not found",
-    /*  85 */ "Dataset directory not found",
-    /*  86 */ "No histogram available",
-    /*  87 */ "Syntax error in generic formula:  %s",
-    /*  88 */ "Generic formula parameter too large",
-    /*  89 */ "Generic formula invalid zero parameter",
-    /*  90 */ "Generic formula invalid overlay input number",
-    /*  91 */ "Null formula pointer passed to function",
-    /*  92 */ "Invalid destination type for this operation",
-    /*  93 */ "No displays specified, using default display",
-    /*  94 */ "Problem Opening Display",
-    /*  95 */ "No suitable visual on display",
-    /*  96 */ "Could not find display selected",
-    /*  97 */ "Invalid shell type passed to function",
-    /*  98 */ "Error loading Lookup Table",
-    /*  99 */ "Desination chosen not found",
-    /* 100 */ "Null destination passed to function",
-    /* 101 */ "Problem obtaining dataset information",
-    /* 102 */ "Dataset is not of raster type",
-    /* 103 */ "Currently no dataset",
-    /* 104 */ "Currently no dataset directory",
-    /* 105 */ "Placement details outside range of dataset",
-    /* 106 */ "Streaminput number in formula not found in overlay",
-    /* 107 */ "Bandid info missing in overlay input",
-    /* 108 */ "Dataset Section missing in overlay",
-    /* 109 */ "Problem calculating corner cells",
-    /* 110 */ "Need at least one raster dataset",
-    /* 111 */ "Transform limits are invalid",
-    /* 112 */ "Histogram has no matching Transform id",
-    /* 113 */ "Piecewise linear transform required for this operation",
-    /* 114 */ "Input Limits of second transform must match output limits of first",
-    /* 115 */ "Output Limits of second transform must match output limits of first",
-    /* 116 */ "Histogram is out of date.  Redisplay to update",
-    /* 117 */ "Null dataset header pointer passed to function",
-    /* 118 */ "A raster dataset is required for this function",
-    /* 119 */ "You cannot edit the formula of a switched off Overlay",
-    /* 120 */ "Invalid button type for this function",
-    /* 121 */ "Null parent passed to function",
-    /* 122 */ "Invalid band number",
-    /* 123 */ "Null Stream passed to function",
-    /* 124 */
-    "Unable to switch stream on because of a \ndataset problem. Reload dataset and try again",
-    /* 125 */ "Directory not found",
-    /* 126 */ "Algorithm directory null",
-    /* 127 */ "No Sub-directories Present",
-    /* 128 */ "This is a Fake error and should never be seen",
-    /* 129 */ "",
-    /* 130 */ "Formula Args are null",
-    /* 131 */ "Input %d has null band number",
-    /* 132 */ "Band not found for input %d",
-    /* 133 */ "Null Resource name passed to function",
-    /* 134 */ "Resource with name %s not found",
-    /* 135 */ "Attempted to deregister a notify function that was not registered",
-    /* 136 */ "Dataset is not of vector type",
-    /* 137 */ "No points in vector object",
-    /* 138 */ "Invalid vector object",
-    /* 139 */ "Invalid addition to vector object list",
-    /* 140 */ "Warning: Parsing error(s) in processing vector file",
-    /* 141 */ "Invalid transform: %s",
-    /* 142 */ "Cannot setup $VLNTMP",
-    /* 143 */ "\"%s\" is not a Virtual Dataset",
-    /* 144 */ "%s",
-    /* 145 */ "",
-    /* 146 */ "Less than one band in raster dataset \"%s\"",
-    /* 147 */ "\"%s\" is a directory, was expecting a file or device specification",
-    /* 148 */ "Pipe read handling not yet implemented (attempt to open pipe \"%s\")",
-    /* 149 */ "Function %s failed on device: \"%s\"",
-    /* 150 */ "Not enough data returned from function %s on device: \"%s\"",
-    /* 151 */ "Function \"%s\" not supported on device: \"%s\"",
-    /* 152 */ "Cannot rewind non-tape device: \"%s\"",
-    /* 153 */ "Null library specification",
-    /* 154 */ "Cannot load library: \"%s\"",
-    /* 155 */ "Cannot free library: \"%s\"",
-    /* 156 */ "Cannot find function \"%s\" in library \"%s\"",
-    /* 157 */ "Saikro TAPEDEV subsystem error:\n%s",
-    /* 158 */
-    "Cannot find file or device: \"%s\".\n\nIf you were trying to open a tape device the problem "
-    "may be:\n1) You did not specify the correct device name.\n2) You have not set up the tape "
-    "device correctly.\n\nSee the documentation for information on which tape devices are "
-    "supported and information on how to install and configure them.\n\n",
-    /* 159 */ "Cannot skip file(s) on non-tape device: \"%s\"",
-    /* 160 */ "Error in argument processing for command: \"%s\"",
-    /* 161 */ "Error in executing pipe command: \"%s\"",
-    /* 162 */ "Attempt to access past end (or beginning) of media.\n%s",
-    /* 163 */ "Unable to draw the Map Composition Object\nSwitching to fast preview mode.\n%s",
-    /* 164 */ "Error copying \"%s\" to \"%s\"",
-    /* 165 */ "Win32 error %d from dialogue box (%s)",
-    /* 166 */ "Vector object is clipped\n",
-    /* 167 */ "3D Stereo mode only works on local displays\n",
-    /* 168 */ "Error in library (%s) loading symbol (%s)",
-    /* 169 */ "VLD Raster error: Filetype unknown",
-    /* 170 */ "VLD Raster error: Could not load translator (%s)",
-    /* 171 */ "VLD Raster error: %s",
-    /* 172 */ "Error in library (%s) loading symbol (%s)",
-    /* 173 */ "VLD Point Extractor error: Filetype unknown",
-    /* 174 */ "VLD Point Extractor error: Could not load extractor (%s)",
-    /* 175 */ "VLD Point Extractor error: \"%s\"",
-    /* 176 */
-    "Ground control points are required to complete this task.\nThe file you are using contains "
-    "insufficient or no GCP's.\nPlease correct this using the Geocoding wizard.\n",
-    /* 177 */
-    "Fiducial Information is required to complete this task.\nThe file you are using does not "
-    "contain Fiducial Information.\nPlease correct this using the Geocoding wizard.\n",
-    /* 178 */
-    "Fiducial points are required to complete this task.\nThe file you are using contains "
-    "insufficient or no Fiducial Points.\nPlease correct this using the define Fiducial Points "
-    "option.\n",
-    /* 179 */
-    "Sensor Information is required to complete this task.\nThe file you are using does not "
-    "contain Sensor Information.\nPlease correct this using the Geocoding wizard.\n",
-    /* 180 */ "Unable to solve this equation with the given data\n",
-    /* 181 */
-    "No Map to Map informations was found.\nPlease correct this using the Geocoding Wizard\n",
-    /* 182 */ "The current cell size is zero.\nPlease set cell size to a value greater than zero\n",
-    /* 183 */ "The requested band %d\n was not found in file %s\n",
-    /* 184 */ "Unable to approximate a coordinate location\n",
-    /* 185 */ "The requested dataset cell location is not within %s\n",
-    /* 186 */ "This operation requires a DEM file or average height value\n",
-    /* 187 */ "A coordinate space is required and none was specified\n",
-    /* 188 */ "Ortho information is required and none was provided\n",
-    /* 189 */ "A coordinate is required and none was specified\n",
-    /* 190 */ "The DEM value retrieved is NULL\n",
-    /* 191 */ "This operation require Warp control information and none was specified\n",
-    /* 192 */ "The rectitication type selected is not suitable for this operation\n",
-    /* 193 */
-    "Unable to solve exterior orientation in the allowed iterations.\n You may need toadd addition "
-    "or adjust existing control points\n",
-    /* 194 */ "Cannot set environment variable %s",
-    /* 195 */ "Cannot get current working directory",
-    /* 196 */ "%s",
-};
+// The table and its names come from one list; a row's number is its place.
+#define VLD_ERR_TEXT_ENTRY_(name, number, format) format,
+const char *VLD_errmsg[VLD_ERRMSG_ROWS] = {VLD_ERROR_ROWS(VLD_ERR_TEXT_ENTRY_)};
+#undef VLD_ERR_TEXT_ENTRY_
 
 namespace {
+
+#define VLD_ERR_NUMBER_ENTRY_(name, number, format) number,
+constexpr int kRowNumbers[] = {VLD_ERROR_ROWS(VLD_ERR_NUMBER_ENTRY_)};
+#undef VLD_ERR_NUMBER_ENTRY_
+
+constexpr bool rows_in_place()
+{
+    for (int i = 0; i < static_cast<int>(std::size(kRowNumbers)); i++)
+        if (kRowNumbers[i] != i) return false;
+    return true;
+}
+
+static_assert(std::size(kRowNumbers) == VLD_ERRMSG_ROWS, "the list holds every row of the table");
+static_assert(rows_in_place(), "each row's number is its place in the list");
 
 char error_buffer[VLD_ERRBUF_SIZE];
 char empty_text[] = "";
@@ -338,10 +140,10 @@ int VLD_setup_vds_error(const char *format, ...)
     va_list args;
     va_start(args, format);
     vln_mutex_begin(&csect);
-    setup_locked(49, format != nullptr ? format : "", args);
+    setup_locked(VLD_ERR_VDS, format != nullptr ? format : "", args);
     vln_mutex_end(&csect);
     va_end(args);
-    return 49;
+    return VLD_ERR_VDS;
 }
 
 char *VLD_error_text(void)

@@ -70,7 +70,7 @@ int VLN_get_environment_variable(char **result, const char *name)
 {
     if (result != nullptr) VLDfree(result);
     const char *value = name != nullptr ? getenv(name) : nullptr;
-    if (value == nullptr) return VLD_setup_error(28, clip(name).c_str());
+    if (value == nullptr) return VLD_setup_error(VLD_ERR_ENV_NOT_SET, clip(name).c_str());
     if (result != nullptr) *result = strsave(value);
     return 0;
 }
@@ -78,9 +78,10 @@ int VLN_get_environment_variable(char **result, const char *name)
 int VLN_set_environment_variable(const char *name, const char *format, ...)
 {
     if (name == nullptr || *name == '\0' || strchr(name, '=') != nullptr)
-        return VLD_setup_error(194, clip(name).c_str());
+        return VLD_setup_error(VLD_ERR_CANNOT_SET_ENV, clip(name).c_str());
     if (format == nullptr)
-        return unsetenv(name) == 0 ? 0 : VLD_setup_error(194, clip(name).c_str());
+        return unsetenv(name) == 0 ? 0
+                                   : VLD_setup_error(VLD_ERR_CANNOT_SET_ENV, clip(name).c_str());
 
     va_list args, again;
     va_start(args, format);
@@ -91,7 +92,7 @@ int VLN_set_environment_variable(const char *name, const char *format, ...)
     if (length > 0) vsnprintf(value.data(), value.size() + 1, format, again);
     va_end(again);
     if (length < 0 || setenv(name, value.c_str(), 1) != 0)
-        return VLD_setup_error(194, clip(name).c_str());
+        return VLD_setup_error(VLD_ERR_CANNOT_SET_ENV, clip(name).c_str());
     return 0;
 }
 
@@ -100,7 +101,7 @@ char *VLN_get_vorlan_dir(void)
     const char *dir = env_value("VORLAN");
     if (dir == nullptr) {
         // Where the older platform showed a message box titled "Vorlan".
-        VLD_setup_error(62);
+        VLD_setup_error(VLD_ERR_VORLAN_NOT_SET);
         FILE *err = vln_ReturnStdErr();
         fprintf(err, "Vorlan: %s\n", VLD_error_text());
         fflush(err);
@@ -111,7 +112,7 @@ char *VLN_get_vorlan_dir(void)
 
 int VLN_set_vorlan_dir(const char *directory)
 {
-    if (directory == nullptr || *directory == '\0') return VLD_setup_error(62);
+    if (directory == nullptr || *directory == '\0') return VLD_setup_error(VLD_ERR_VORLAN_NOT_SET);
     int rc = VLN_set_environment_variable("VORLAN", "%s", directory);
     return rc != 0 ? rc : VLN_setup_environment(directory);
 }
@@ -209,7 +210,7 @@ const EnvStep kSteps[] = {
      }},
     {"VLNSCRIPTS", false, 0,
      [](const std::string &base) -> Value { return base + "/bin/scripts"; }},
-    {"VLNTMP", true, 142, temp_dir},
+    {"VLNTMP", true, VLD_ERR_CANNOT_SETUP_VLNTMP, temp_dir},
     {"GSHOME", true, 0, ghostscript_home},
     {"VLNEDIT", true, 0, editor},
 };
@@ -235,7 +236,7 @@ int extend_path()
 int VLN_setup_environment(const char *base)
 {
     const char *given = base != nullptr && *base != '\0' ? base : env_value("VORLAN");
-    if (given == nullptr) return VLD_setup_error(62);
+    if (given == nullptr) return VLD_setup_error(VLD_ERR_VORLAN_NOT_SET);
     std::string root = without_trailing_separators(native(given));
 
     for (const EnvStep &step : kSteps) {

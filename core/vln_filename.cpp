@@ -113,17 +113,17 @@ bool accept(Mode mode, const std::string &dir, const std::string &path, std::str
 int build_abs(char **result, const char *parent, const char *path, Mode mode)
 {
     if (result == nullptr)
-        return row_error(12, "Invalid parameters, cannot build absolute file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build absolute file path");
     safe_free(*result);
     *result = nullptr;
     if (path == nullptr || *path == '\0')
-        return row_error(12, "Invalid parameters, cannot build absolute file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build absolute file path");
 
     bool url = VLN_path_is_url(path);
     if (url || VLN_path_is_abs(path)) {
         *result = url ? strsave(path) : dup(clean_file(path));
         if (!url && mode == Mode::FileExists && !fileexists(*result))
-            return row_error(24, "File %s does not exist", clip(path).c_str());
+            return row_error(VLD_ERR_MESSAGE, "File %s does not exist", clip(path).c_str());
         return 0;
     }
 
@@ -145,7 +145,8 @@ int build_abs(char **result, const char *parent, const char *path, Mode mode)
         return 0;
     }
     return row_error(
-        12, "%s not found.\nPath is not relative to the dataset search path or parent path",
+        VLD_ERR_INTERNAL,
+        "%s not found.\nPath is not relative to the dataset search path or parent path",
         clip(path).c_str());
 }
 
@@ -174,11 +175,11 @@ int VLN_build_new_abs_fspec(char **result, const char *parent, const char *path,
 int VLN_build_rel_fspec(char **result, const char *parent, const char *path)
 {
     if (result == nullptr)
-        return row_error(12, "Invalid parameters, cannot build relative file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build relative file path");
     safe_free(*result);
     *result = nullptr;
     if (path == nullptr || *path == '\0')
-        return row_error(12, "Invalid parameters, cannot build relative file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build relative file path");
     if (VLN_path_is_url(path) || !VLN_path_is_abs(path)) {
         *result = strsave(path);
         return 0;

@@ -3,8 +3,8 @@
  *
  * Each kind of support file has a fixed place under $VORLAN; the getters here
  * are the only code that spells those places, so that moving one is a change
- * of one line of a table. Every getter returns a new string, or null with row
- * 62 (reported on the library's standard error stream) when $VORLAN is unset.
+ * of one line of a table. Every getter returns a new string, or null with
+ * VLD_ERR_VORLAN_NOT_SET (reported on the library's standard error stream) when $VORLAN is unset.
  */
 #include "vln_path_internal.h"
 
@@ -40,7 +40,7 @@ bool ends_with_nocase(const std::string &text, const char *suffix)
 char *install_name(const char *dir, const char *name, const char *ext)
 {
     if (name == nullptr || *name == '\0') {
-        row_error(12, "Invalid parameters, no name given for %s", dir);
+        row_error(VLD_ERR_INTERNAL, "Invalid parameters, no name given for %s", dir);
         return nullptr;
     }
     std::string file = name;
@@ -153,7 +153,7 @@ char **list_directory(const char *directory, const char *extension, int *count, 
     std::string dir = native(directory);
     DIR *handle = directory != nullptr ? opendir(dir.c_str()) : nullptr;
     if (handle == nullptr) {
-        VLD_setup_error(33, clip(directory).c_str());
+        VLD_setup_error(VLD_ERR_CANNOT_FIND_DIR, clip(directory).c_str());
         return nullptr;
     }
     std::vector<std::string> names;

@@ -332,11 +332,12 @@ int VLN_path_is_url(const char *path)
 int VLN_split_filepath(char ***array, int *count, const char *path)
 {
     if (array == nullptr || count == nullptr)
-        return row_error(12, "Invalid parameters, cannot split file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot split file path");
     *array = nullptr;
     *count = 0;
     if (path == nullptr || *path == '\0')
-        return row_error(12, "Invalid parameters, file path is NULL or does not exist.");
+        return row_error(VLD_ERR_INTERNAL,
+                         "Invalid parameters, file path is NULL or does not exist.");
     Components c = split_file(path);
     *array = dup_array(c.parts);
     *count = static_cast<int>(c.parts.size());
@@ -346,10 +347,10 @@ int VLN_split_filepath(char ***array, int *count, const char *path)
 int VLN_split_path(char ***array, int *count, const char *list)
 {
     if (array == nullptr || count == nullptr)
-        return row_error(12, "Invalid parameters, cannot split path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot split path");
     *array = nullptr;
     *count = 0;
-    if (list == nullptr) return row_error(12, "Invalid parameters, path is NULL");
+    if (list == nullptr) return row_error(VLD_ERR_INTERNAL, "Invalid parameters, path is NULL");
     std::vector<std::string> items = split_list(list);
     *array = dup_array(items);
     *count = static_cast<int>(items.size());
@@ -365,10 +366,11 @@ void VLN_free_patharray(char **array, int count)
 
 int VLN_concat_filepath(char **result, const char *a, const char *b)
 {
-    if (result == nullptr) return row_error(12, "Invalid parameters, cannot build file path");
+    if (result == nullptr)
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build file path");
     if (a == nullptr) {
         VLDfree(result);
-        return row_error(12, "Invalid parameters, cannot build file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build file path");
     }
     std::string joined = concat_file(a, b != nullptr ? b : "");
     safe_free(*result);  // after the join: `a` may be the old result
@@ -378,10 +380,11 @@ int VLN_concat_filepath(char **result, const char *a, const char *b)
 
 int VLN_concat_path(char **result, const char *a, const char *b)
 {
-    if (result == nullptr) return row_error(12, "Invalid parameters, cannot build path");
+    if (result == nullptr)
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build path");
     if (a == nullptr) {
         VLDfree(result);
-        return row_error(12, "Invalid parameters, cannot build path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build path");
     }
     std::string joined = concat_list(a, b != nullptr ? b : "");
     safe_free(*result);
@@ -391,10 +394,11 @@ int VLN_concat_path(char **result, const char *a, const char *b)
 
 int VLN_build_filepath(char **result, const char *first, ...)
 {
-    if (result == nullptr) return row_error(12, "Invalid parameters, cannot build file path");
+    if (result == nullptr)
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build file path");
     if (first == nullptr) {
         VLDfree(result);
-        return row_error(12, "Invalid parameters, cannot build file path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build file path");
     }
     std::string joined = first;
     va_list args;
@@ -409,10 +413,11 @@ int VLN_build_filepath(char **result, const char *first, ...)
 
 int VLN_build_path(char **result, const char *first, ...)
 {
-    if (result == nullptr) return row_error(12, "Invalid parameters, cannot build path");
+    if (result == nullptr)
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build path");
     if (first == nullptr) {
         VLDfree(result);
-        return row_error(12, "Invalid parameters, cannot build path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot build path");
     }
     std::string joined = first;
     va_list args;
@@ -466,11 +471,12 @@ namespace {
 int search_list(char **result, const std::vector<std::string> &dirs, const char *name,
                 const char *where)
 {
-    if (result == nullptr) return row_error(12, "Invalid parameters, cannot search path");
+    if (result == nullptr)
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot search path");
     safe_free(*result);
     *result = nullptr;
     if (name == nullptr || *name == '\0')
-        return row_error(12, "Invalid parameters, cannot search path");
+        return row_error(VLD_ERR_INTERNAL, "Invalid parameters, cannot search path");
     if (VLN_path_is_abs(name)) {
         if (VLD_is_regular_file(name)) {
             *result = dup(clean_file(name));
@@ -485,7 +491,7 @@ int search_list(char **result, const std::vector<std::string> &dirs, const char 
             }
         }
     }
-    return VLD_setup_error(29, clip(name).c_str(), clip(where).c_str());
+    return VLD_setup_error(VLD_ERR_FILE_NOT_FOUND_IN, clip(name).c_str(), clip(where).c_str());
 }
 
 }  // namespace
@@ -501,7 +507,7 @@ int find_file_in_pathvar(char **result, const char *variable, const char *name)
     const char *list = variable != nullptr ? getenv(variable) : nullptr;
     if (list == nullptr) {
         if (result != nullptr) VLDfree(result);
-        return VLD_setup_error(28, clip(variable).c_str());
+        return VLD_setup_error(VLD_ERR_ENV_NOT_SET, clip(variable).c_str());
     }
     return search_list(result, split_list(list), name, variable);
 }

@@ -89,7 +89,7 @@ VLD_API int VLD_setup_dir(char **string, const char *path);
 /* ---------------------------------------------------------------- absolute and relative names */
 
 /* Makes `path` absolute. An absolute path (or a URL) is copied; when it doesn't
- * exist the copy is still stored and row 24 is returned. A relative path is
+ * exist the copy is still stored and VLD_ERR_MESSAGE is returned. A relative path is
  * looked for in `parent`, in each directory of VLN_get_data_search_path(), and
  * in the current directory, in that order. `parent` is a directory, or a file
  * whose directory is meant; it may be null. */
@@ -125,7 +125,7 @@ VLD_API int isdirectory(const char *path);
 VLD_API int canwrite(const char *path);
 /* True for a regular file that the caller may execute. */
 VLD_API int is_executable(const char *path);
-/* 0 or row 9 (null name) or row 24. */
+/* 0 or VLD_ERR_NULL_FILE_SPEC (null name) or VLD_ERR_MESSAGE. */
 VLD_API int vln_rmfile(const char *path);
 /* Removes a directory and all that it holds (a file too); a missing name is
  * not a failure. Symbolic links are removed, never followed. */
@@ -142,7 +142,7 @@ VLD_API char *VLD_linkmgr_tmpdir(void);
 
 /* Looks for the regular file `name` in each directory of a ':' list, of the
  * list in an environment variable, or of $PATH. 0 with the full name in
- * *result, row 28 for an unset variable, or row 29. */
+ * *result, VLD_ERR_ENV_NOT_SET for an unset variable, or VLD_ERR_FILE_NOT_FOUND_IN. */
 VLD_API int find_file_in_pathstring(char **result, const char *pathstring, const char *name);
 VLD_API int find_file_in_pathvar(char **result, const char *variable, const char *name);
 VLD_API int find_file_in_path(char **result, const char *name);
@@ -160,12 +160,12 @@ VLD_API int VLD_filetype_from_ext(const char *extension);
 VLD_API char *VLN_getenv(int selector, const char *name);
 /* Kept for old callers: does nothing. */
 VLD_API int VLN_putenv(void);
-/* 0 with a copy of the value, or row 28. */
+/* 0 with a copy of the value, or VLD_ERR_ENV_NOT_SET. */
 VLD_API int VLN_get_environment_variable(char **result, const char *name);
-/* Sets `name` to the formatted value (a null format unsets it); row 194. */
+/* Sets `name` to the formatted value (a null format unsets it); VLD_ERR_CANNOT_SET_ENV. */
 VLD_API int VLN_set_environment_variable(const char *name, const char *format, ...)
     VLD_PRINTF(2, 3);
-/* $VORLAN without trailing separators. Unset, it reports row 62 on the library's
+/* $VORLAN without trailing separators. Unset, it reports VLD_ERR_VORLAN_NOT_SET on the library's
  * standard error stream and gives null. */
 VLD_API char *VLN_get_vorlan_dir(void);
 /* Sets $VORLAN and the rest of the environment (VLN_setup_environment). */
@@ -186,7 +186,7 @@ VLD_API int VLN_setup_environment(const char *base);
 /* ---------------------------------------------------------------- installation tree */
 
 /* Each gives a new string: $VORLAN joined with the place shown, or null with
- * row 62 when $VORLAN is unset. */
+ * VLD_ERR_VORLAN_NOT_SET when $VORLAN is unset. */
 VLD_API char *VLN_get_alg_dir(void);                    /* examples */
 VLD_API char *VLN_get_kernel_dir(void);                 /* kernel */
 VLD_API char *VLN_get_formula_dir(void);                /* formula */
@@ -237,7 +237,7 @@ VLD_API char *VLN_get_canvas_3d_menu_file_name(void);           /* image_scatter
 VLD_API char *VLN_get_errlog_name(void);                        /* errlog.vln */
 
 /* The PostScript interpreter is the system's: "$GSHOME/gs", else "gs" found
- * on $PATH; null with row 29 when there is none. */
+ * on $PATH; null with VLD_ERR_FILE_NOT_FOUND_IN when there is none. */
 VLD_API char *VLN_get_onlinehelp_ps_exec_name(void);
 /* $GS_LIB when set; null means the interpreter's own library. */
 VLD_API char *VLN_get_onlinehelp_ps_lib_name(void);
@@ -246,7 +246,7 @@ VLD_API char *VLN_get_onlinehelp_ps_lib_name(void);
  * `extension` (without regard to case; null or empty: every file), in
  * directory order or sorted without regard to case. The array holds `*count`
  * names and a null after them; free it with vln_free_directory_list. Null with
- * row 33 when the directory can't be read. */
+ * VLD_ERR_CANNOT_FIND_DIR when the directory can't be read. */
 VLD_API char **VLN_get_directory_list(const char *directory, const char *extension, int *count);
 VLD_API char **VLN_get_sorted_directory_list(const char *directory, const char *extension,
                                              int *count);
@@ -259,11 +259,12 @@ VLD_API void vln_free_directory_list(char **list, int count);
  * dot. With `private_copy`, the library is first copied to a fresh temporary
  * name, so that a library loaded before, or rebuilt under the same name,
  * gives a new instance; vln_dlclose removes the copy. `flags` is ignored.
- * Null with row 153 or 154. */
+ * Null with VLD_ERR_NULL_LIBRARY_SPEC or VLD_ERR_CANNOT_LOAD_LIBRARY. */
 VLD_API void *vln_dlopen(int flags, const char *path, int private_copy);
-/* The address of `name`, or null with row 153 or 156. */
+/* The address of `name`, or null with VLD_ERR_NULL_LIBRARY_SPEC or VLD_ERR_FUNCTION_NOT_IN_LIBRARY.
+ */
 VLD_API void *vln_dlsym(void *handle, const char *name);
-/* 0, or row 153 or 155. */
+/* 0, or VLD_ERR_NULL_LIBRARY_SPEC or VLD_ERR_CANNOT_FREE_LIBRARY. */
 VLD_API int vln_dlclose(void *handle);
 /* Whether the running program (with the libraries it was linked to) exports
  * `name`. */

@@ -65,10 +65,10 @@ std::string loaded_file(void *handle)
     return map->l_name;
 }
 
-// Row 154 for `name`, with the loader's own reason on a second line.
+// VLD_ERR_CANNOT_LOAD_LIBRARY for `name`, with the loader's own reason on a second line.
 void *load_failed(const std::string &name, const std::string &reason)
 {
-    VLD_setup_error(154, clip(name).c_str());
+    VLD_setup_error(VLD_ERR_CANNOT_LOAD_LIBRARY, clip(name).c_str());
     if (!reason.empty()) append_buffer_to_VLD_error(reason.c_str());
     return nullptr;
 }
@@ -127,7 +127,7 @@ bool main_program_has(const char *name)
 void *vln_dlopen(int /*flags*/, const char *path, int private_copy)
 {
     if (path == nullptr || *path == '\0') {
-        VLD_setup_error(153);
+        VLD_setup_error(VLD_ERR_NULL_LIBRARY_SPEC);
         return nullptr;
     }
     std::string name = library_file(path);
@@ -140,19 +140,20 @@ void *vln_dlopen(int /*flags*/, const char *path, int private_copy)
 void *vln_dlsym(void *handle, const char *name)
 {
     if (handle == nullptr) {
-        VLD_setup_error(153);
+        VLD_setup_error(VLD_ERR_NULL_LIBRARY_SPEC);
         return nullptr;
     }
     dlerror();
     void *symbol = name != nullptr ? dlsym(handle, name) : nullptr;
     if (symbol == nullptr)
-        VLD_setup_error(156, clip(name).c_str(), clip(loaded_file(handle)).c_str());
+        VLD_setup_error(VLD_ERR_FUNCTION_NOT_IN_LIBRARY, clip(name).c_str(),
+                        clip(loaded_file(handle)).c_str());
     return symbol;
 }
 
 int vln_dlclose(void *handle)
 {
-    if (handle == nullptr) return VLD_setup_error(153);
+    if (handle == nullptr) return VLD_setup_error(VLD_ERR_NULL_LIBRARY_SPEC);
     DlLock lock;
     std::string file = loaded_file(handle);
     int rc = dlclose(handle);
@@ -163,9 +164,9 @@ int vln_dlclose(void *handle)
         private_copies.erase(copy);
     }
     if (rc == 0) return 0;
-    VLD_setup_error(155, clip(file).c_str());
+    VLD_setup_error(VLD_ERR_CANNOT_FREE_LIBRARY, clip(file).c_str());
     if (!reason.empty()) append_buffer_to_VLD_error(reason.c_str());
-    return 155;
+    return VLD_ERR_CANNOT_FREE_LIBRARY;
 }
 
 int vln_symexists_inproc(const char *name)

@@ -84,19 +84,20 @@ int is_executable(const char *path)
 
 int vln_rmfile(const char *path)
 {
-    if (path == nullptr) return VLD_setup_error(9);
+    if (path == nullptr) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     if (unlink(native(path).c_str()) == 0) return 0;
     int err = errno;
-    return row_error(24, "Cannot remove file \"%s\": %s", clip(path).c_str(), strerror(err));
+    return row_error(VLD_ERR_MESSAGE, "Cannot remove file \"%s\": %s", clip(path).c_str(),
+                     strerror(err));
 }
 
 int vln_rmrfdir(const char *path)
 {
-    if (path == nullptr || *path == '\0') return VLD_setup_error(9);
+    if (path == nullptr || *path == '\0') return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     std::error_code ec;
     std::filesystem::remove_all(native(path), ec);
     if (!ec) return 0;
-    return row_error(24, "Cannot remove directory \"%s\": %s", clip(path).c_str(),
+    return row_error(VLD_ERR_MESSAGE, "Cannot remove directory \"%s\": %s", clip(path).c_str(),
                      ec.message().c_str());
 }
 
@@ -140,6 +141,6 @@ char *VLN_tempname(const char *directory, const char *prefix)
         struct stat st;
         if (lstat(name.c_str(), &st) != 0 && errno == ENOENT) return dup(name);
     }
-    row_error(3, "%sXXXXXX", clip(base).c_str());
+    row_error(VLD_ERR_CANNOT_CREATE_FILE, "%sXXXXXX", clip(base).c_str());
     return nullptr;
 }

@@ -213,9 +213,9 @@ int64_t vln_fdsize64(int fd)
 
 int vln_statfs(const char *path, int64_t *free_blocks, int64_t *block_size)
 {
-    if (path == nullptr) return VLD_setup_error(50);
+    if (path == nullptr) return VLD_setup_error(VLD_ERR_STATFS_NULL_SPEC);
     struct statvfs fs;
-    if (statvfs(path, &fs) != 0) return VLD_setup_error(51, path);
+    if (statvfs(path, &fs) != 0) return VLD_setup_error(VLD_ERR_STATFS_FAILED, path);
     // Free blocks are counted in fragment units, the unit that f_bavail uses.
     int64_t unit =
         fs.f_frsize != 0 ? static_cast<int64_t>(fs.f_frsize) : static_cast<int64_t>(fs.f_bsize);

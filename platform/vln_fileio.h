@@ -62,7 +62,7 @@ VLD_API int vln_fsync(int fd);
 VLD_API int64_t vln_file_mtime(const char *path);
 
 /* Free blocks available to the caller, and the size of one block, on the file
- * system that holds `path`. 0, or row 50 (null path) or row 51. */
+ * system that holds `path`. 0, or VLD_ERR_STATFS_NULL_SPEC (null path) or VLD_ERR_STATFS_FAILED. */
 VLD_API int vln_statfs(const char *path, int64_t *free_blocks, int64_t *block_size);
 
 /* ---------------------------------------------------------------- replacing a file

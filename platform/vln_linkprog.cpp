@@ -93,14 +93,14 @@ int VLD_dlink_separate_arguments(const char *text, char **first, char **second)
     if (first != nullptr) *first = nullptr;
     if (second != nullptr) *second = nullptr;
     if (text == nullptr || first == nullptr || second == nullptr)
-        return VLD_setup_error(160, text != nullptr ? text : "");
+        return VLD_setup_error(VLD_ERR_COMMAND_ARGUMENTS, text != nullptr ? text : "");
     const char *a = nullptr;
     const char *b = nullptr;
     size_t a_len = 0;
     size_t b_len = 0;
     if (strchr(text, '"') != nullptr) {
         if (!quoted_part(text, 0, &a, &a_len) || !quoted_part(text, 1, &b, &b_len))
-            return VLD_setup_error(160, text);
+            return VLD_setup_error(VLD_ERR_COMMAND_ARGUMENTS, text);
     } else {
         // The plain form: the first word, then the rest without its outer blanks.
         a = text;
@@ -111,7 +111,7 @@ int VLD_dlink_separate_arguments(const char *text, char **first, char **second)
         while (isspace(static_cast<unsigned char>(*b))) b++;
         b_len = strlen(b);
         while (b_len > 0 && isspace(static_cast<unsigned char>(b[b_len - 1]))) b_len--;
-        if (a_len == 0 || b_len == 0) return VLD_setup_error(160, text);
+        if (a_len == 0 || b_len == 0) return VLD_setup_error(VLD_ERR_COMMAND_ARGUMENTS, text);
     }
     *first = copy_span(a, a_len);
     *second = copy_span(b, b_len);

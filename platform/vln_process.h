@@ -106,7 +106,7 @@ VLD_API int forkexec_linkprog(int *pid, char *errtext, int errsize, int *in_fd, 
 /* Splits a link parameter text into two new strings. The quoted form
  * `"first" "second"` takes the texts of the first and second pair of double
  * quotes; the plain form takes the first word and the rest of the text. Returns
- * 0, or row 160 of the message table (with both results null). */
+ * 0, or VLD_ERR_COMMAND_ARGUMENTS (with both results null). */
 VLD_API int VLD_dlink_separate_arguments(const char *text, char **first, char **second);
 
 /* ---------------------------------------------------------------- message transport */

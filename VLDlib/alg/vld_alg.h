@@ -413,7 +413,7 @@ VLD_API int cp_transform(transform **copy, const transform *source);
 VLD_API int cp_transform_noalloc(transform *copy, const transform *source);
 /* Copies the ranges, type and definition, but not the links, id or histogram. */
 VLD_API int cp_transform_partial(transform *copy, const transform *source);
-/* Ranges 0 to 255 both ways and the type's default shape; row 20 for a type
+/* Ranges 0 to 255 both ways and the type's default shape; VLD_ERR_INVALID_TRANSFORM_TYPE for a type
  * outside 2 to 6. */
 VLD_API int df_transform(transform **record, int type);
 VLD_API int df_transform_noalloc(transform *record, int type);

@@ -162,18 +162,19 @@ int build(algorithm *alg, const char *name, const dshdr *h)
 int VLN_create_algorithm(algorithm **alg, const char *name, double clip, double limit)
 {
     if (!alg)
-        return VLD_setup_error(12,
+        return VLD_setup_error(VLD_ERR_INTERNAL,
                                "First argument is null in call to VLN_create_default_algorithm");
     *alg = nullptr;
-    if (!name || !*name) return VLD_setup_error(9);
+    if (!name || !*name) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     dshdr *h = nullptr;
     if (eg_dshdr(&h, name) || !h) {
         ef_dshdr(h);
-        return VLD_setup_error(19);
+        return VLD_setup_error(VLD_ERR_DEFAULT_STREAM);
     }
     algorithm *a = nullptr;
     int status = df_algorithm(&a);
-    if (!status && (!a || !a->surfaces || !a->surfaces->first_stream)) status = VLD_setup_error(19);
+    if (!status && (!a || !a->surfaces || !a->surfaces->first_stream))
+        status = VLD_setup_error(VLD_ERR_DEFAULT_STREAM);
     if (!status) status = build(a, name, h);
     ef_dshdr(h);
     if (status) {

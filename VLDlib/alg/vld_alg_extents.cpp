@@ -113,9 +113,9 @@ void add_layer(const algorithm *alg, const dshdr *grid, const stream *st, const 
 
 int calc_extents(algorithm *alg, dscoord *top_left, dscoord *bottom_right, const Flags &f)
 {
-    if (!alg) return VLD_setup_error(65);
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
     if (!top_left || !bottom_right)
-        return VLD_setup_error(12, "VLN_calc_alg_abs_extents: null corner");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "VLN_calc_alg_abs_extents: null corner");
 
     // The algorithm's grid, made with its surface's mode left as it was.
     dshdr grid{};
@@ -146,7 +146,7 @@ int calc_extents(algorithm *alg, dscoord *top_left, dscoord *bottom_right, const
     } else {
         cvt_cell_to_coord(&grid, 0.0, 0.0, top_left);
         cvt_cell_to_coord(&grid, 0.0, 0.0, bottom_right);
-        status = VLD_setup_error(103);
+        status = VLD_setup_error(VLD_ERR_NO_DATASET);
     }
     ef_dshdr_contents(&grid);
     return status;

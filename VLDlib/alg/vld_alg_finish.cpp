@@ -188,8 +188,8 @@ void vld::select_first(algorithm &a)
 /* Steps 3 on of reading: what the parsed record needs to be whole. */
 int vld::finish_read(algorithm &a, const char *name, AlgReadState &state)
 {
-    if (!a.top_left) return VLD_setup_error(25, "topleft");
-    if (!a.bottom_right) return VLD_setup_error(25, "bottomright");
+    if (!a.top_left) return VLD_setup_error(VLD_ERR_ALG_COORD_MISSING, "topleft");
+    if (!a.bottom_right) return VLD_setup_error(VLD_ERR_ALG_COORD_MISSING, "bottomright");
     if (state.cs.old_cellinfo) {
         const cellinfo &c = *state.cs.old_cellinfo;
         a.top_left->x *= c.x_dimension;

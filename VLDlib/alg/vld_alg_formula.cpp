@@ -507,12 +507,12 @@ int eg_formula(formula **record, const char *name)
 }
 int eg_formula_noalloc(formula *record, const char *name)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     return vld::rec_read(record, name, fo_record);
 }
 int ep_formula(const formula *record, const char *name)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     return vld::rec_write(record, name, fo_record);
 }
 int cp_formula(formula **copy, const formula *source)
@@ -529,7 +529,7 @@ int df_formula(formula **record)
 }
 int df_formula_noalloc(formula *record)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     vld::rec_free_contents(record, fo_record);
     vld::rec_defaults(record, fo_record);
     return 0;

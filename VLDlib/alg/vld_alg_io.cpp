@@ -41,7 +41,7 @@ class EmbeddedScope {
  * shared. */
 int read_algorithm(algorithm **address, const char *name, bool inner)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     IoLock lock;
     vld::ReadScope read_scope;
     std::string key = inner ? vld::document_key(name) : std::string();
@@ -88,7 +88,7 @@ int eg_vds_algorithm(algorithm **record, const char *name)
 
 int eg_algorithm_standard(algorithm **record, const char *directory, const char *name)
 {
-    if (!name) return VLD_setup_error(9);
+    if (!name) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     char *path = nullptr;
     if (!VLN_path_is_abs(name) && directory && *directory) {
         char *joined = nullptr;
@@ -150,7 +150,7 @@ int ep_algorithm_with_transients(algorithm *record, const char *name)
 
 int df_algorithm(algorithm **record)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     algorithm *a = static_cast<algorithm *>(vld::rec_alloc(rec()));
     *record = a;
     a->version = strsave("7.0");
@@ -177,7 +177,7 @@ int df_algorithm(algorithm **record)
 /* A copy that leaves out what is transient (cp_algorithm), or all of it. */
 static int copy_algorithm(algorithm **copy, const algorithm *source, bool leave_transients)
 {
-    if (!copy) return VLD_setup_error(12, "Null structure pointer");
+    if (!copy) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *copy = static_cast<algorithm *>(vld::rec_dup(source, rec()));
     if (!*copy || !leave_transients) return 0;
     algorithm &a = **copy;

@@ -247,7 +247,7 @@ int ke_after_read(void *r, const void *)
     }
     resolve_name(k);
     reading = KernelReading{};
-    if (!sized) return VLD_setup_error(38, k.name ? k.name : "");
+    if (!sized) return VLD_setup_error(VLD_ERR_BAD_KERNEL_SIZE, k.name ? k.name : "");
     return 0;
 }
 
@@ -402,9 +402,10 @@ int cp_kernel_noalloc(kernel *copy, const kernel *source)
 
 int df_kernel(kernel **record, int size)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *record = nullptr;
-    if (size <= 0 || size % 2 == 0) return VLD_setup_error(38, "Default Kernel");
+    if (size <= 0 || size % 2 == 0)
+        return VLD_setup_error(VLD_ERR_BAD_KERNEL_SIZE, "Default Kernel");
     *record = static_cast<kernel *>(vld::rec_alloc(ke_record));
     return df_kernel_noalloc(*record, size);
 }
@@ -413,8 +414,9 @@ int df_kernel(kernel **record, int size)
  * `next` stays. */
 int df_kernel_noalloc(kernel *record, int size)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
-    if (size <= 0 || size % 2 == 0) return VLD_setup_error(38, "Default Kernel");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
+    if (size <= 0 || size % 2 == 0)
+        return VLD_setup_error(VLD_ERR_BAD_KERNEL_SIZE, "Default Kernel");
     kernel *next = record->next;
     *record = kernel{};
     record->next = next;

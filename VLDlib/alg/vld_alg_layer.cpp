@@ -70,7 +70,8 @@ void set_space(coordspace &slot, const coordspace *space)
 int settle_extents(algorithm &alg, stream &st, int reproject)
 {
     if (!st.dshdr)
-        return VLD_setup_error(12, "setup_stream_cspace_extents passed a null cache ptr\n");
+        return VLD_setup_error(VLD_ERR_INTERNAL,
+                               "setup_stream_cspace_extents passed a null cache ptr\n");
     dshdr &d = *st.dshdr;
     dscoord tl{}, br{};
     int status = setup_extents_from_dsh(&d, &tl, &br);
@@ -160,7 +161,9 @@ void inherit_dpi(algorithm *inner, const algorithm &outer)
 
 int open_layer_header(algorithm &alg, stream &st, const char *name)
 {
-    if (st.dshdr) return VLD_setup_error(12, "setup_stream_dshdr passed a non-null cache ptr\n");
+    if (st.dshdr)
+        return VLD_setup_error(VLD_ERR_INTERNAL,
+                               "setup_stream_dshdr passed a non-null cache ptr\n");
     std::string file = layer_file(name);
     char *path = nullptr;
     if (VLN_build_abs_fspec(&path, alg.name, file.c_str()) != 0 || !path) {
@@ -257,7 +260,8 @@ bool others_all_multiple(const algorithm &alg, const stream &self)
 int ask_link_program(algorithm &alg, stream &st, const char *name)
 {
     if (st.dshdr)
-        return VLD_setup_error(12, "get_link_init_info was passed a non-null cache ptr\n");
+        return VLD_setup_error(VLD_ERR_INTERNAL,
+                               "get_link_init_info was passed a non-null cache ptr\n");
     if (vld::empty_text(st.initialisation_program)) {
         set_space(st.coordspace, alg.coordspace);
         if (alg.top_left) st.top_left = *alg.top_left;
@@ -306,7 +310,7 @@ int ask_link_program(algorithm &alg, stream &st, const char *name)
     if (started != 0) {
         close_fd(out);
         close_fd(err);
-        return VLD_setup_error(59, errtext);
+        return VLD_setup_error(VLD_ERR_LINK_INIT, errtext);
     }
     int status = VLN_waitpid(pid, kLinkWaitMs);
     if (status == VLN_STILL_ACTIVE) {
@@ -321,23 +325,24 @@ int ask_link_program(algorithm &alg, stream &st, const char *name)
         text[n > 0 ? n : 0] = '\0';
         close_fd(out);
         close_fd(err);
-        return VLD_setup_error(60, st.initialisation_program, status, text);
+        return VLD_setup_error(VLD_ERR_LINK_INIT_STATUS, st.initialisation_program, status, text);
     }
     char answer[kLinkOutputMax + 1];
     int64_t n = read_once(out, answer, kLinkOutputMax);
     close_fd(out);
     close_fd(err);
-    if (n < 0) return VLD_setup_error(59, "read() from link init program failed");
+    if (n < 0) return VLD_setup_error(VLD_ERR_LINK_INIT, "read() from link init program failed");
     if (n >= kLinkOutputMax) {
         char text[96];
         std::snprintf(text, sizeof text,
                       "Too much output from link init program. Maximum = %d bytes.",
                       kLinkOutputMax);
-        return VLD_setup_error(59, text);
+        return VLD_setup_error(VLD_ERR_LINK_INIT, text);
     }
     answer[n] = '\0';
     std::vector<std::string> f = split_answer(answer);
-    if (f.size() < 10) return VLD_setup_error(61, static_cast<int>(f.size()), answer);
+    if (f.size() < 10)
+        return VLD_setup_error(VLD_ERR_LINK_INIT_TOO_FEW, static_cast<int>(f.size()), answer);
 
     coordspace space{};
     space.datum = strsave(f[1].c_str());
@@ -425,8 +430,9 @@ void restore(stream &st, dshdr *kept)
 
 int setup_extents_from_dsh(const dshdr *header, dscoord *top_left, dscoord *bottom_right)
 {
-    if (!header) return VLD_setup_error(117);
-    if (!top_left || !bottom_right) return VLD_setup_error(12, "Null structure pointer");
+    if (!header) return VLD_setup_error(VLD_ERR_NULL_DSHDR);
+    if (!top_left || !bottom_right)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (header->data_type != DT_Raster) {
         *top_left = header->info.v.extents.top_left;
         *bottom_right = header->info.v.extents.bottom_right;
@@ -447,7 +453,7 @@ int setup_layer_cspace_and_extents(algorithm *alg, stream *layer, int ignored, c
 int setup_layer_cspace_and_extents_ex(algorithm *alg, stream *layer, int, const char *name_in,
                                       int share, int reproject)
 {
-    if (!alg || !layer) return VLD_setup_error(12, "Null structure pointer");
+    if (!alg || !layer) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     std::string name_copy = name_in ? name_in : "";
     const char *name = name_copy.c_str();
     stream &st = *layer;
@@ -488,7 +494,7 @@ int setup_layer_cspace_and_extents_ex(algorithm *alg, stream *layer, int, const 
     }
     if (!st.dshdr) {
         restore(st, kept);
-        return VLD_setup_error(1, name);
+        return VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, name);
     }
     ef_dshdr(kept);
     algorithm *inner = st.dshdr->algorithm;
@@ -520,9 +526,9 @@ int vld::setup_layers(algorithm *alg)
  * the first band. */
 int VLD_merge_new_d_with_f(formula *f, const dshdr *header)
 {
-    if (!f) return VLD_setup_error(91);
-    if (!header) return VLD_setup_error(117);
-    if (header->data_type != DT_Raster) return VLD_setup_error(118);
+    if (!f) return VLD_setup_error(VLD_ERR_NULL_FORMULA);
+    if (!header) return VLD_setup_error(VLD_ERR_NULL_DSHDR);
+    if (header->data_type != DT_Raster) return VLD_setup_error(VLD_ERR_RASTER_REQUIRED_HERE);
     const rasterinfo &r = header->info.r;
     for (int32_t i = 0; f->args && i < f->nr_args; i++) {
         formulaarg &a = f->args[i];
@@ -549,8 +555,9 @@ int VLD_merge_new_d_with_f(formula *f, const dshdr *header)
 
 int adjust_for_aspect(algorithm *alg, double dpi_x, double dpi_y)
 {
-    if (!alg) return VLD_setup_error(65);
-    if (!alg->top_left || !alg->bottom_right) return VLD_setup_error(25, "topleft");
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
+    if (!alg->top_left || !alg->bottom_right)
+        return VLD_setup_error(VLD_ERR_ALG_COORD_MISSING, "topleft");
     vld::AspectFrame frame{};
     frame.space = alg->coordspace;
     frame.top_left = *alg->top_left;

@@ -470,11 +470,11 @@ bool geographic(const algorithm &alg)
     return type == CST_EN || type == CST_LL;
 }
 
-/* The algorithm's corners, or row 25 naming the one that is missing. */
+/* The algorithm's corners, or VLD_ERR_ALG_COORD_MISSING naming the one that is missing. */
 int corners_of(const algorithm &alg, dscoord &top_left, dscoord &bottom_right)
 {
-    if (!alg.top_left) return VLD_setup_error(25, "topleft");
-    if (!alg.bottom_right) return VLD_setup_error(25, "bottomright");
+    if (!alg.top_left) return VLD_setup_error(VLD_ERR_ALG_COORD_MISSING, "topleft");
+    if (!alg.bottom_right) return VLD_setup_error(VLD_ERR_ALG_COORD_MISSING, "bottomright");
     top_left = *alg.top_left;
     bottom_right = *alg.bottom_right;
     return 0;
@@ -571,7 +571,8 @@ int cp_d3info_noalloc(d3info *copy, const d3info *source)
 
 int page_rotated_contents_from_alg(const algorithm *alg, dscoord *top_left, dscoord *bottom_right)
 {
-    if (!alg || !top_left || !bottom_right) return VLD_setup_error(12, "Null structure pointer");
+    if (!alg || !top_left || !bottom_right)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     dscoord tl, br;
     if (int status = corners_of(*alg, tl, br)) return status;
     turned_box(tl, br, alg->coordspace ? alg->coordspace->rotation : 0.0, *top_left, *bottom_right);
@@ -580,13 +581,13 @@ int page_rotated_contents_from_alg(const algorithm *alg, dscoord *top_left, dsco
 
 int page_get_rotated_contents_from_alg(const algorithm *alg, extents *contents)
 {
-    if (!contents) return VLD_setup_error(12, "Null structure pointer");
+    if (!contents) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     return page_rotated_contents_from_alg(alg, &contents->top_left, &contents->bottom_right);
 }
 
 int page_set_rotated_contents_from_alg(algorithm *alg)
 {
-    if (!alg) return VLD_setup_error(12, "Null structure pointer");
+    if (!alg) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     extents contents;
     if (int status = page_get_rotated_contents_from_alg(alg, &contents)) return status;
     alg->page.content_extents = contents;
@@ -597,7 +598,7 @@ int page_set_rotated_contents_from_alg(algorithm *alg)
  * page dragged over a rotated document keeps its content in place on it. */
 int page_set_rotated_page_from_delta(algorithm *alg, double dx, double dy)
 {
-    if (!alg) return VLD_setup_error(12, "Null structure pointer");
+    if (!alg) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     for (extents *e : {&alg->page.content_extents, &alg->page.page_extents}) {
         for (dscoord *p : {&e->top_left, &e->bottom_right}) {
             p->x += dx;
@@ -615,7 +616,8 @@ int page_check_get_extents(const algorithm *alg, double *width, double *height, 
 {
     if (width) *width = 0.0;
     if (height) *height = 0.0;
-    if (!alg || !width || !height) return VLD_setup_error(12, "Null structure pointer");
+    if (!alg || !width || !height)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     dscoord tl, br;
     int status = rotated ? page_rotated_contents_from_alg(alg, &tl, &br) : corners_of(*alg, tl, br);
     if (status) return status;

@@ -102,7 +102,7 @@ algorithm *inner_algorithm(const stream *st, dshdr **header, algorithm **own, bo
     } else if (ends_with_nocase(name, ".vld")) {
         int status = eg_dshdr(header, name.c_str());
         if (status == 0 && *header) return (*header)->algorithm;
-        *looped = status == 49 || status == 43;
+        *looped = status == VLD_ERR_VDS || status == VLD_ERR_VDS_TOO_DEEP;
     }
     return nullptr;
 }
@@ -153,7 +153,7 @@ int corner_cell(const dshdr &grid, const dscoord &corner, double *cx, double *cy
 
 int VLD_setup_msinfo_surface(msinfo **list, const surface *s)
 {
-    if (!list) return VLD_setup_error(12, "VLD_setup_msinfo_surface: null list");
+    if (!list) return VLD_setup_error(VLD_ERR_INTERNAL, "VLD_setup_msinfo_surface: null list");
     *list = nullptr;
     msinfo **tail = list;
     for (stream *st = s ? s->first_stream : nullptr; st; st = st->next)
@@ -166,7 +166,7 @@ int VLD_setup_msinfo_surface(msinfo **list, const surface *s)
  * bands and link bands, as the engine lays them out. */
 int VLD_setup_msinfo(msinfo **list, const algorithm *alg)
 {
-    if (!list) return VLD_setup_error(12, "VLD_setup_msinfo: null list");
+    if (!list) return VLD_setup_error(VLD_ERR_INTERNAL, "VLD_setup_msinfo: null list");
     *list = nullptr;
     msinfo **tail = list;
     for (int cls = 0; cls < 3; cls++)
@@ -192,8 +192,9 @@ int VLN_get_algorithm_band_info(algorithm *alg, int *count, bandid **bandids)
 {
     if (count) *count = 0;
     if (bandids) *bandids = nullptr;
-    if (!alg) return VLD_setup_error(65);
-    if (!count || !bandids) return VLD_setup_error(12, "VLN_get_algorithm_band_info: null output");
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
+    if (!count || !bandids)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "VLN_get_algorithm_band_info: null output");
     msinfo *groups = nullptr;
     VLD_setup_msinfo(&groups, alg);
     int n = 0;
@@ -293,7 +294,7 @@ int VLD_check_recur_alg(const algorithm *alg, char **name, char **parent)
 
 /* The cell size of the output: the smallest cell width and height among the
  * first raster layer of each surface. Layers count when they and their
- * surface are on, or with `flag` set whether on or not. Row 110 when there is
+ * surface are on, or with `flag` set whether on or not. VLD_ERR_NEED_RASTER_DATASET when there is
  * no raster layer with a header. */
 int VLN_get_algorithm_nominal_cell_sizeEx(algorithm *alg, double *x, double *y, int flag)
 {
@@ -314,8 +315,8 @@ int VLN_get_algorithm_nominal_cell_sizeEx(algorithm *alg, double *x, double *y, 
     }
     if (x) *x = bx;
     if (y) *y = by;
-    if (!alg) return VLD_setup_error(65);
-    return found && bx > 0.0 && by > 0.0 ? 0 : VLD_setup_error(110);
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
+    return found && bx > 0.0 && by > 0.0 ? 0 : VLD_setup_error(VLD_ERR_NEED_RASTER_DATASET);
 }
 
 int VLN_get_algorithm_nominal_cell_size(algorithm *alg, double *x, double *y)
@@ -333,9 +334,10 @@ int VLN_get_algorithm_default_image_and_cell_dimensionsEx(algorithm *alg, int *l
 {
     if (lines) *lines = 0;
     if (cells) *cells = 0;
-    if (!alg) return VLD_setup_error(65);
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
     if (!alg->top_left || !alg->bottom_right)
-        return VLD_setup_error(25, alg->top_left ? "bottomright" : "topleft");
+        return VLD_setup_error(VLD_ERR_ALG_COORD_MISSING,
+                               alg->top_left ? "bottomright" : "topleft");
     double cx = 0.0, cy = 0.0, fx, fy;
     if (VLN_get_algorithm_nominal_cell_sizeEx(alg, &cx, &cy, flag)) {
         dshdr unit = grid_header(alg, 1.0, 1.0);
@@ -378,9 +380,9 @@ void free_bands(rasterinfo &r)
  * the header already holds are kept. */
 int setup_dsh_from_alg(dshdr *dsh, int flag)
 {
-    if (!dsh) return VLD_setup_error(117);
+    if (!dsh) return VLD_setup_error(VLD_ERR_NULL_DSHDR);
     algorithm *alg = dsh->algorithm;
-    if (!alg) return VLD_setup_error(65);
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
 
     if (dsh->name && *dsh->name) {
         char *name = dsh->name, *where = nullptr;
@@ -448,9 +450,10 @@ int VLD_setup_dsh_from_alg(dshdr *header)
 /* A new header for a copy of the algorithm, named as the algorithm is. */
 int VLN_get_algorithm_dshEx(algorithm *alg, dshdr **header, int flag)
 {
-    if (!header) return VLD_setup_error(12, "VLN_get_algorithm_dsh: null header address");
+    if (!header)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "VLN_get_algorithm_dsh: null header address");
     *header = nullptr;
-    if (!alg) return VLD_setup_error(65);
+    if (!alg) return VLD_setup_error(VLD_ERR_NO_ALG);
     dshdr *d = nullptr;
     if (int status = ea_dshdr(&d)) return status;
     if (int status = cp_algorithm(&d->algorithm, alg)) {

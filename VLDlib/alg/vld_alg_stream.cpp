@@ -821,10 +821,10 @@ int cp_stream(stream **copy, const stream *source)
 
 int df_stream(stream **record, int type)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *record = nullptr;
     bool layer = (type >= ST_Red && type <= ST_Classification) || type == ST_DatasetBand;
-    if (!layer && type != ST_DynamicLink) return VLD_setup_error(22);
+    if (!layer && type != ST_DynamicLink) return VLD_setup_error(VLD_ERR_INVALID_STREAM_TYPE);
     stream *s = static_cast<stream *>(vld::rec_alloc(sm_record));
     s->type = type;
     s->turned_off = 1;

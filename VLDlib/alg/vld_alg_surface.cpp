@@ -243,7 +243,7 @@ int df_surface(surface **record)
 }
 int df_surface_noalloc(surface *record)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     vld::rec_free_contents(record, sf_record);
     sf_init(record);
     vld::rec_defaults(record, sf_record);

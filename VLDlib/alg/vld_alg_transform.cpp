@@ -461,7 +461,7 @@ bool omit_histogram(const void *r, const void *)
     return !tr(r).histogram || tr(r).histogram->invalid != 0;
 }
 
-/* The checks of a transform as the engine needs it; 0 or row 141. */
+/* The checks of a transform as the engine needs it; 0 or VLD_ERR_INVALID_TRANSFORM. */
 int check_transform(const transform &t)
 {
     if (t.type == TT_Null) return 0;
@@ -479,7 +479,7 @@ int check_transform(const transform &t)
         else if (d->points[2 * (d->nr_points - 1)] != 1.0)
             fault = "Last interval does not end with x = 1.0";
     }
-    return fault ? VLD_setup_error(141, fault) : 0;
+    return fault ? VLD_setup_error(VLD_ERR_INVALID_TRANSFORM, fault) : 0;
 }
 
 int tr_after_read(void *r, const void *)
@@ -673,7 +673,7 @@ int cp_transform_noalloc(transform *copy, const transform *source)
 
 int cp_transform_partial(transform *copy, const transform *source)
 {
-    if (!copy || !source) return VLD_setup_error(12, "Null structure pointer");
+    if (!copy || !source) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (copy == source) return 0;
     free_definition(*copy);
     copy->min_input = source->min_input;
@@ -687,9 +687,9 @@ int cp_transform_partial(transform *copy, const transform *source)
 
 int df_transform(transform **record, int type)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *record = nullptr;
-    if (type < TT_Linear || type > TT_Null) return VLD_setup_error(20);
+    if (type < TT_Linear || type > TT_Null) return VLD_setup_error(VLD_ERR_INVALID_TRANSFORM_TYPE);
     *record = static_cast<transform *>(vld::rec_alloc(tr_record));
     return df_transform_noalloc(*record, type);
 }
@@ -698,8 +698,8 @@ int df_transform(transform **record, int type)
  * id, histogram and DoInRealtime stay as they are. */
 int df_transform_noalloc(transform *record, int type)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
-    if (type < TT_Linear || type > TT_Null) return VLD_setup_error(20);
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
+    if (type < TT_Linear || type > TT_Null) return VLD_setup_error(VLD_ERR_INVALID_TRANSFORM_TYPE);
     record->definition = nullptr;
     record->type = type;
     record->min_input = record->min_output = 0.0;

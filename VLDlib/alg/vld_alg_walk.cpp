@@ -462,7 +462,7 @@ int stream_is_valid(const stream *st, int mode)
     return 0;
 }
 
-/* The word of a stream type as it is written; row 22 (and a null word) for a
+/* The word of a stream type as it is written; VLD_ERR_INVALID_STREAM_TYPE (and a null word) for a
  * value that the table doesn't hold. */
 int stream_type_name(const char **name, int type)
 {
@@ -472,7 +472,7 @@ int stream_type_name(const char **name, int type)
             if (name) *name = e->name;
             return 0;
         }
-    return VLD_setup_error(22);
+    return VLD_setup_error(VLD_ERR_INVALID_STREAM_TYPE);
 }
 
 char *get_default_layer_description(int type, int with_word)

@@ -150,7 +150,7 @@ VLD_API void ep_region_points(const VLD_POINTNODE *points);
 VLD_API void ep_bandwidth(const double *value, uint32_t code, const VLD_KEYWORD *table);
 VLD_API void ep_lr_struct_element(const char *name, const char *text);
 
-/* Renames with replacement; 0 or row 26. */
+/* Renames with replacement; 0 or VLD_ERR_CANNOT_RENAME_FILE. */
 VLD_API int vln_rename(const char *from, const char *to);
 
 /* ---------------------------------------------------------------- lists and parent paths */

@@ -112,10 +112,10 @@ void resolve_filename(char *&value)
     }
 }
 
-// Sets up row 7 for a document that had errors, with the diagnostic after it.
+// Sets up VLD_ERR_BAD_FORMAT for a document that had errors, with the diagnostic after it.
 int report_bad_format(const char *filename)
 {
-    VLD_setup_error(7, filename != nullptr ? filename : "");
+    VLD_setup_error(VLD_ERR_BAD_FORMAT, filename != nullptr ? filename : "");
     append_parser_error_to_VLD_error();
     return VLD_error.code;
 }
@@ -163,14 +163,14 @@ int eg_general(void *record, const char *filename, const char *block, const VLD_
         if (!VLD_init_lexer(2, &errors, filename, nullptr)) {
             bool not_regular = lex_not_regular;
             lex_restore(outer);
-            VLD_setup_error(1, filename);
+            VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, filename);
             if (not_regular) append_buffer_to_VLD_error("It is not a regular file");
-            return 1;
+            return VLD_ERR_CANNOT_OPEN_FILE;
         }
         parent = VLN_get_dirname(filename);
         parser_first_statement = true;
     } else if (!lex_is_open()) {
-        return VLD_setup_error(9);
+        return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     }
 
     bool started = true;
@@ -206,7 +206,7 @@ int eg_general(void *record, const char *filename, const char *block, const VLD_
 
 int eg_from_buffer(const char *text, VLD_READER reader, void *address_of_record)
 {
-    if (text == nullptr || reader == nullptr) return VLD_setup_error(9);
+    if (text == nullptr || reader == nullptr) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     MutexGuard lock;
     SavedInput *outer = lex_is_open() ? lex_set_aside() : nullptr;
     int errors = 0;

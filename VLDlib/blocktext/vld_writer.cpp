@@ -63,7 +63,8 @@ void emit(const std::string &s)
         W.text += s;
         return;
     }
-    if (fwrite(s.data(), 1, s.size(), W.fp) != s.size()) fail(5, W.name.c_str());
+    if (fwrite(s.data(), 1, s.size(), W.fp) != s.size())
+        fail(VLD_ERR_CANNOT_WRITE_FILE, W.name.c_str());
 }
 
 std::string indentation()
@@ -194,7 +195,7 @@ bool value_text(const VLD_KEYWORD &k, const void *value, std::string &out)
         }
         case VTYPE_ENUM: {
             const char *word = enum_word(k.enums, *static_cast<const int32_t *>(value));
-            if (word == nullptr) fail(12, "Bad structure member enum value");
+            if (word == nullptr) fail(VLD_ERR_INTERNAL, "Bad structure member enum value");
             if (word == nullptr) return false;
             out = word;
             return true;
@@ -229,7 +230,7 @@ bool value_text(const VLD_KEYWORD &k, const void *value, std::string &out)
             return true;
         }
         default:
-            fail(12, "Bad structure member code");
+            fail(VLD_ERR_INTERNAL, "Bad structure member code");
             return false;
     }
 }
@@ -261,13 +262,15 @@ int open_output(const char *filename)
         safe_free(target);
         std::string directory = dir != nullptr && *dir != '\0' ? dir : ".";
         safe_free(dir);
-        if (!canwrite(directory.c_str())) return VLD_setup_error(27, directory.c_str());
+        if (!canwrite(directory.c_str()))
+            return VLD_setup_error(VLD_ERR_DIR_NOT_WRITABLE, directory.c_str());
         vln_replacement &r = W.replacement;
-        if (vln_replace_begin(&r, filename, 0666) != 0) return VLD_setup_error(1, filename);
+        if (vln_replace_begin(&r, filename, 0666) != 0)
+            return VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, filename);
         W.fp = fdopen(r.fd, "wb");
         if (W.fp == nullptr) {
             vln_replace_abandon(&r);
-            return VLD_setup_error(1, filename);
+            return VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, filename);
         }
         W.name = r.temp;
     }
@@ -281,20 +284,22 @@ int close_output(int status)
 {
     if (W.to_buffer) return status;
     if (W.to_stdout) {
-        if (fflush(W.fp) != 0 && status == 0) status = VLD_setup_error(5, W.name.c_str());
+        if (fflush(W.fp) != 0 && status == 0)
+            status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, W.name.c_str());
         return status;
     }
     // The document reaches the disk before it takes the old one's place.
     if ((fflush(W.fp) != 0 || vln_fsync(fileno(W.fp)) != 0) && status == 0)
-        status = VLD_setup_error(5, W.name.c_str());
-    if (fclose(W.fp) != 0 && status == 0) status = VLD_setup_error(5, W.name.c_str());
+        status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, W.name.c_str());
+    if (fclose(W.fp) != 0 && status == 0)
+        status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, W.name.c_str());
     W.fp = nullptr;
     W.replacement.fd = -1;  // closed with the stream
     if (status != 0) {
         vln_replace_abandon(&W.replacement);
     } else if (vln_replace_commit(&W.replacement) != 0) {
         fprintf(vln_ReturnStdErr(), "VLDLIB: %s\n", strerror(errno));
-        status = VLD_setup_error(26, W.name.c_str());
+        status = VLD_setup_error(VLD_ERR_CANNOT_RENAME_FILE, W.name.c_str());
     }
     return status;
 }
@@ -332,13 +337,13 @@ int ep_general(void *record, const char *filename, const char *block, VLD_BLOCK_
     MutexGuard lock;
     ParentGuard parent(filename);
     if (filename == nullptr && !buffer_requested) {
-        if (!W.open) return VLD_setup_error(9);
+        if (!W.open) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
         if (record == nullptr) return 0;  // an optional sub-block left out
         write_block(record, block, writer);
         return 0;
     }
     if (filename != nullptr && record == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
 
     // A writer that writes another document by name: the one being written is
     // set aside meanwhile.
@@ -369,7 +374,7 @@ int ep_general(void *record, const char *filename, const char *block, VLD_BLOCK_
 int ep_to_buffer(void *record, VLD_DOC_WRITER writer, char **text)
 {
     if (text != nullptr) *text = nullptr;
-    if (writer == nullptr || text == nullptr) return VLD_setup_error(9);
+    if (writer == nullptr || text == nullptr) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     MutexGuard lock;
     buffer_requested = true;
     buffer_ready = false;
@@ -385,7 +390,7 @@ void ep_line(const void *value, uint32_t code, const VLD_KEYWORD *table)
 {
     MutexGuard lock;
     const VLD_KEYWORD *k = find_code(table, code);
-    if (k == nullptr) return fail(12, "Bad structure member code");
+    if (k == nullptr) return fail(VLD_ERR_INTERNAL, "Bad structure member code");
     if (value == nullptr) return;
     std::string text;
     if (!value_text(*k, value, text)) return;
@@ -402,7 +407,7 @@ void ep_bandwidth(const double *value, uint32_t code, const VLD_KEYWORD *table)
 {
     MutexGuard lock;
     const VLD_KEYWORD *k = find_code(table, code);
-    if (k == nullptr) return fail(12, "Bad structure member code");
+    if (k == nullptr) return fail(VLD_ERR_INTERNAL, "Bad structure member code");
     if (value == nullptr) return;
     char number[512];
     emit_line(padded(k->name) + "= " + format_float2(number, *value, 4));
@@ -531,11 +536,12 @@ void ep_region_points(const VLD_POINTNODE *points)
 
 int vln_rename(const char *from, const char *to)
 {
-    if (from == nullptr || to == nullptr) return VLD_setup_error(26, from != nullptr ? from : "");
+    if (from == nullptr || to == nullptr)
+        return VLD_setup_error(VLD_ERR_CANNOT_RENAME_FILE, from != nullptr ? from : "");
     // rename(2) replaces an existing target in one step.
     if (rename(from, to) == 0) return 0;
     int saved = errno;
-    VLD_setup_error(26, from);
+    VLD_setup_error(VLD_ERR_CANNOT_RENAME_FILE, from);
     errno = saved;
-    return 26;
+    return VLD_ERR_CANNOT_RENAME_FILE;
 }

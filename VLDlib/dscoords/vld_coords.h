@@ -8,13 +8,12 @@
  * between spaces that differ only in units of equal size) the work is plain
  * arithmetic over the header's registration, cell size and rotation; anything
  * that changes datum or projection goes through the coordinate engine, which
- * the coordinate module installs. Without it such conversions fail with row 31.
+ * the coordinate module installs. Without it such conversions fail with VLD_ERR_GEODETIC_TRANSFORM.
  *
  * Every function returns 0 or a row of VLD_errmsg, after VLD_setup_error. A
- * null dataset, coordinate or output is row 16. In an LL space x is longitude
- * and y latitude, in radians; z is NaN when absent. The _ex forms take the
- * cosine and sine of the dataset's rotation, in that order, so that a loop over
- * cells computes them once.
+ * null dataset, coordinate or output is VLD_ERR_INCOMPATIBLE_COORDSYS. In an LL space x is
+ * longitude and y latitude, in radians; z is NaN when absent. The _ex forms take the cosine and
+ * sine of the dataset's rotation, in that order, so that a loop over cells computes them once.
  */
 #ifndef VORLAN_VLD_COORDS_H
 #define VORLAN_VLD_COORDS_H
@@ -66,7 +65,8 @@ VLD_API int cvt_coord_to_coord(const coordspace *source, const dscoord *in,
 VLD_API int cvt_any_coord_to_coord(const coordspace *source, const dscoord *in,
                                    const coordspace *target, dscoord *out);
 
-/* Whether two spaces may be compared at all: 0 or row 16. Either may be null. */
+/* Whether two spaces may be compared at all: 0 or VLD_ERR_INCOMPATIBLE_COORDSYS. Either may be
+ * null. */
 VLD_API int check_2_regs(const coordspace *a, const coordspace *b, int strict);
 /* 1 when the spaces are the same: datum, projection, type, rotation, and units
  * by name or by size. */
@@ -105,7 +105,7 @@ VLD_API int delta_coords_meters(const coordspace *space, const dscoord *a, const
 /* Metres along the ground from a to b. In a "GEODETIC" space this is the
  * great circle on a sphere of the datum's radius; elsewhere the straight line
  * of delta_coords_meters. A null space or point gives 0; a null output is
- * row 16. */
+ * VLD_ERR_INCOMPATIBLE_COORDSYS. */
 VLD_API int distance_coords_meters(const coordspace *space, const dscoord *a, const dscoord *b,
                                    double *distance);
 
@@ -120,9 +120,9 @@ VLD_API int VLN_calculate_reprojected_extents(const coordspace *target, dshdr *d
 /* Whether the area between two corners in `space` survives the trip to
  * latitude and longitude and back: points along the diagonal, at every
  * hundredth of `nr_cells` and `nr_lines` (at least every one), must come back
- * within one metre. Row 35 when one doesn't, which marks a dataset off the
+ * within one metre. VLD_ERR_CELLS_OUTSIDE_DATASET when one doesn't, which marks a dataset off the
  * usable area of its projection; a point the engine cannot carry at all is
- * row 31. Raw, "GEODETIC" and "LOCAL" spaces pass. */
+ * VLD_ERR_GEODETIC_TRANSFORM. Raw, "GEODETIC" and "LOCAL" spaces pass. */
 VLD_API int VLN_check_coords_round_trip(const coordspace *space, const dscoord *top_left,
                                         const dscoord *bottom_right, int32_t nr_cells,
                                         int32_t nr_lines);

@@ -6,8 +6,8 @@
  * module, which stands above this one; so the conversions here reach it through
  * a table of entry points that the coordinate module installs with
  * set_coord_engine. While no table is installed, every conversion that needs
- * another datum or projection fails with row 31, and unit sizes count as metres.
- * The coordinate module (and the tests) include this header.
+ * another datum or projection fails with VLD_ERR_GEODETIC_TRANSFORM, and unit sizes count as
+ * metres. The coordinate module (and the tests) include this header.
  *
  * Engine ids are kept in two caches, both guarded by VLN_GLOBAL_GDT_MUTEX like
  * the engine itself: the engine has one current source and target, so choosing
@@ -61,7 +61,7 @@ int cached_coord_sys(const char *datum, const char *projection, const char *unit
 /* The id of (datum, "GEODETIC", "radians"), from the one-entry geodetic cache. */
 int cached_geodetic_sys(const char *datum);
 /* The radius of `datum`, kept with the datum's name until another datum is
- * asked for. 0 or row 31. */
+ * asked for. 0 or VLD_ERR_GEODETIC_TRANSFORM. */
 int cached_datum_radius(const char *datum, double &radius);
 /* Deletes every cached system. */
 void flush_coord_caches();
@@ -71,12 +71,12 @@ int coord_cache_size();
 bool coord_cache_holds(const char *datum, const char *projection, const char *units);
 
 /* Carries one point from the system `source` to `target` through the engine,
- * under the lock; a NaN z goes in as 0 and comes out NaN. 0 or row 31. */
+ * under the lock; a NaN z goes in as 0 and comes out NaN. 0 or VLD_ERR_GEODETIC_TRANSFORM. */
 int engine_pass(int source, int target, const dscoord &in, dscoord &out);
 
 /* The geometry of a dataset that the cell formulas use: cell size (0 counts as
  * 1), registration cell and coordinate; a vector dataset has cell size 1 and
- * its top-left corner at cell (0, 0). Row 16 for another kind of dataset. */
+ * its top-left corner at cell (0, 0). VLD_ERR_INCOMPATIBLE_COORDSYS for another kind of dataset. */
 struct CellGeometry {
     double xd, yd;
     double rx, ry;
@@ -121,7 +121,7 @@ struct AspectFrame {
 /* Makes the canvas (the top-left part of the output) show the corners at one
  * scale across and down, and moves the adjusted far corner so that the image
  * fills the whole output at that scale. `dpi_x`, `dpi_y` are the output's dots
- * per inch. 0, row 72 for an empty output, or the failure of a conversion. */
+ * per inch. 0, VLD_ERR_ALG_CORRUPT for an empty output, or the failure of a conversion. */
 int aspect_fit(AspectFrame &frame, double dpi_x, double dpi_y);
 
 }  // namespace vld

@@ -86,7 +86,7 @@ double angle_of(const char *text, char positive, char negative, bool &hemisphere
 int VLD_coords_to_ll_strings(char **lat, char **lon, const dscoord *coord, const dscoord *second,
                              const coordspace *space)
 {
-    if (!lat || !lon || !coord || !space) return VLD_setup_error(16);
+    if (!lat || !lon || !coord || !space) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     double la = 0.0, lo = 0.0;
     if (space->coordsystype == CST_EN || space->coordsystype == CST_LL) {
         dscoord p;
@@ -132,7 +132,7 @@ int VLD_coords_to_ll_strings(char **lat, char **lon, const dscoord *coord, const
 int VLD_coords_to_en_strings(char **east, char **north, const dscoord *coord, const dscoord *second,
                              const coordspace *space)
 {
-    if (!east || !north || !coord || !space) return VLD_setup_error(16);
+    if (!east || !north || !coord || !space) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     dscoord p;
     if (int status = as_en(space, *coord, p)) return status;
     double x = p.x, y = p.y;
@@ -242,7 +242,7 @@ int VLD_ll_strings_to_coords(const char *lat, const char *lon, dscoord *base, ds
         base->y = la;
         return 0;
     }
-    return VLD_setup_error(16);
+    return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
 }
 
 int VLD_cellxy_strings_to_coords(const char *x, const char *y, dscoord *base, dscoord *out,

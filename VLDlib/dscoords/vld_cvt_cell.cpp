@@ -178,7 +178,7 @@ int projected_ll_cell_to_coord(const dshdr *dsh, const vld::CellGeometry &g, dou
             vld::engine_pass(vld::cached_geodetic_sys(cs.datum),
                              vld::cached_coord_sys(cs.datum, cs.projection, "METERS"), g.reg, reg);
     }
-    if (status) return 31;
+    if (status) return VLD_ERR_GEODETIC_TRANSFORM;
 
     dshdr copy = working_copy(dsh, grid.cs, reg);
     dscoord en;
@@ -188,7 +188,7 @@ int projected_ll_cell_to_coord(const dshdr *dsh, const vld::CellGeometry &g, dou
     vld::GdtLock lock;
     status = vld::engine_pass(vld::cached_coord_sys(cs.datum, cs.projection, "METERS"),
                               vld::cached_geodetic_sys(cs.datum), en, *out);
-    return status ? 31 : 0;
+    return status ? VLD_ERR_GEODETIC_TRANSFORM : 0;
 }
 
 int ll_coord_to_cell(const dshdr *dsh, const vld::CellGeometry &g, const dscoord &in,
@@ -275,7 +275,7 @@ int vld::cell_geometry(const dshdr *dsh, CellGeometry &g)
         g.reg = dsh->info.v.extents.top_left;
         return 0;
     }
-    return VLD_setup_error(16);
+    return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
 }
 
 void vld::set_registration(dshdr *dsh, const dscoord &reg)
@@ -290,7 +290,7 @@ void vld::set_registration(dshdr *dsh, const dscoord &reg)
 
 int cvt_cell_to_coord(const dshdr *dsh, double cell_x, double cell_y, dscoord *coord)
 {
-    if (!dsh) return VLD_setup_error(16);
+    if (!dsh) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     double r = dsh->coordspace.rotation;
     return cvt_cell_to_coord_ex(dsh, cell_x, cell_y, coord, std::cos(r), std::sin(r));
 }
@@ -298,7 +298,7 @@ int cvt_cell_to_coord(const dshdr *dsh, double cell_x, double cell_y, dscoord *c
 int cvt_cell_to_coord_ex(const dshdr *dsh, double cell_x, double cell_y, dscoord *coord,
                          double cos_rot, double sin_rot)
 {
-    if (!dsh || !coord) return VLD_setup_error(16);
+    if (!dsh || !coord) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     vld::CellGeometry g;
     if (int status = vld::cell_geometry(dsh, g)) return status;
     const coordspace &cs = dsh->coordspace;
@@ -306,7 +306,8 @@ int cvt_cell_to_coord_ex(const dshdr *dsh, double cell_x, double cell_y, dscoord
         case CST_EN:
             return en_cell_to_coord(dsh, g, cell_x, cell_y, coord, cos_rot, sin_rot);
         case CST_LL:
-            if (raw_word(cs.datum) || raw_word(cs.projection)) return VLD_setup_error(16);
+            if (raw_word(cs.datum) || raw_word(cs.projection))
+                return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
             if (geodetic(cs)) {
                 // Cell sizes are degrees here, and the grid is never rotated.
                 coord->x = g.reg.x + g.xd * kPi / 180.0 * (cell_x - g.rx);
@@ -322,7 +323,7 @@ int cvt_cell_to_coord_ex(const dshdr *dsh, double cell_x, double cell_y, dscoord
 
 int cvt_coord_to_cell(const dshdr *dsh, const dscoord *coord, double *cell_x, double *cell_y)
 {
-    if (!dsh) return VLD_setup_error(16);
+    if (!dsh) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     double r = dsh->coordspace.rotation;
     return cvt_coord_to_cell_ex(dsh, coord, cell_x, cell_y, std::cos(r), std::sin(r));
 }
@@ -330,7 +331,7 @@ int cvt_coord_to_cell(const dshdr *dsh, const dscoord *coord, double *cell_x, do
 int cvt_coord_to_cell_ex(const dshdr *dsh, const dscoord *coord, double *cell_x, double *cell_y,
                          double cos_rot, double sin_rot)
 {
-    if (!dsh || !coord || !cell_x || !cell_y) return VLD_setup_error(16);
+    if (!dsh || !coord || !cell_x || !cell_y) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     vld::CellGeometry g;
     if (int status = vld::cell_geometry(dsh, g)) return status;
     switch (dsh->coordspace.coordsystype) {
@@ -347,7 +348,7 @@ int cvt_coord_to_cell_ex(const dshdr *dsh, const dscoord *coord, double *cell_x,
 
 int cvt_cell_to_nonLL_coord(dshdr *dsh, double cell_x, double cell_y, dscoord *coord)
 {
-    if (!dsh) return VLD_setup_error(16);
+    if (!dsh) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     double r = dsh->coordspace.rotation;
     return cvt_cell_to_nonLL_coord_ex(dsh, cell_x, cell_y, coord, std::cos(r), std::sin(r));
 }
@@ -355,7 +356,7 @@ int cvt_cell_to_nonLL_coord(dshdr *dsh, double cell_x, double cell_y, dscoord *c
 int cvt_cell_to_nonLL_coord_ex(dshdr *dsh, double cell_x, double cell_y, dscoord *coord,
                                double cos_rot, double sin_rot)
 {
-    if (!dsh || !coord) return VLD_setup_error(16);
+    if (!dsh || !coord) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     if (dsh->coordspace.coordsystype != CST_LL)
         return cvt_cell_to_coord_ex(dsh, cell_x, cell_y, coord, cos_rot, sin_rot);
     TemporaryEN en(dsh);
@@ -366,7 +367,7 @@ int cvt_cell_to_nonLL_coord_ex(dshdr *dsh, double cell_x, double cell_y, dscoord
 int cvt_cell_to_any_coord(dshdr *dsh, double cell_x, double cell_y, const coordspace *target,
                           dscoord *coord)
 {
-    if (!dsh) return VLD_setup_error(16);
+    if (!dsh) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     double r = dsh->coordspace.rotation;
     return cvt_cell_to_any_coord_ex(dsh, cell_x, cell_y, target, coord, std::cos(r), std::sin(r));
 }
@@ -374,10 +375,11 @@ int cvt_cell_to_any_coord(dshdr *dsh, double cell_x, double cell_y, const coords
 int cvt_cell_to_any_coord_ex(dshdr *dsh, double cell_x, double cell_y, const coordspace *target,
                              dscoord *coord, double cos_rot, double sin_rot)
 {
-    if (!dsh || !coord) return VLD_setup_error(16);
+    if (!dsh || !coord) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     if (coordspaces_equal(&dsh->coordspace, target))
         return cvt_cell_to_coord_ex(dsh, cell_x, cell_y, coord, cos_rot, sin_rot);
-    if (check_2_regs(&dsh->coordspace, target, 0)) return VLD_setup_error(16);
+    if (check_2_regs(&dsh->coordspace, target, 0))
+        return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     dscoord own;
     vld::SpaceCopy working(&dsh->coordspace, dsh->coordspace.coordsystype);
     int status;
@@ -394,7 +396,7 @@ int cvt_cell_to_any_coord_ex(dshdr *dsh, double cell_x, double cell_y, const coo
 int cvt_any_coord_to_cell(const coordspace *source, const dscoord *coord, dshdr *dsh,
                           double *cell_x, double *cell_y)
 {
-    if (!dsh) return VLD_setup_error(16);
+    if (!dsh) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     double r = dsh->coordspace.rotation;
     return cvt_any_coord_to_cell_ex(source, coord, dsh, cell_x, cell_y, std::cos(r), std::sin(r));
 }
@@ -402,7 +404,7 @@ int cvt_any_coord_to_cell(const coordspace *source, const dscoord *coord, dshdr 
 int cvt_any_coord_to_cell_ex(const coordspace *source, const dscoord *coord, dshdr *dsh,
                              double *cell_x, double *cell_y, double cos_rot, double sin_rot)
 {
-    if (!dsh || !coord || !cell_x || !cell_y) return VLD_setup_error(16);
+    if (!dsh || !coord || !cell_x || !cell_y) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     if (dsh->coordspace.coordsystype == CST_LL) {
         TemporaryEN en(dsh);
         if (en.status()) return en.status();

@@ -9,7 +9,7 @@
  *
  * The engine reports failures through a handler that this file installs once:
  * messages of class "P" are the engine's notes and are dropped, every other
- * message becomes row 31.
+ * message becomes VLD_ERR_GEODETIC_TRANSFORM.
  */
 #include <cmath>
 #include <cstdint>
@@ -54,7 +54,7 @@ void delete_id(int id)
 void engine_message(const char *message)
 {
     if (!message || message[0] == 'P' || message[0] == 'p') return;
-    VLD_setup_error(31, message);
+    VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, message);
 }
 
 void ensure_handler()
@@ -160,12 +160,12 @@ int vld::cached_datum_radius(const char *datum, double &radius)
         return 0;
     }
     if (!engine || !engine->datum_radius)
-        return VLD_setup_error(31, "no coordinate engine is available");
+        return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, "no coordinate engine is available");
     ensure_handler();
     double r = 0.0;
     if (engine->datum_radius(d.c_str(), &r) != 0 || !(r > 0.0)) {
         std::string message = "no radius for datum " + d;
-        return VLD_setup_error(31, message.c_str());
+        return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, message.c_str());
     }
     caches.radius_datum = d;
     caches.radius = r;
@@ -193,11 +193,13 @@ bool vld::coord_cache_holds(const char *datum, const char *projection, const cha
 int vld::engine_pass(int source, int target, const dscoord &in, dscoord &out)
 {
     vld::GdtLock lock;
-    if (!engine) return VLD_setup_error(31, "no coordinate engine is available");
+    if (!engine)
+        return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, "no coordinate engine is available");
     ensure_handler();
     if (engine->set_source(&source) < 0 || engine->set_target(&target) < 0) {
-        if (VLD_error.code != 31) VLD_setup_error(31, "cannot set up the transformation");
-        return 31;
+        if (VLD_error.code != VLD_ERR_GEODETIC_TRANSFORM)
+            VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, "cannot set up the transformation");
+        return VLD_ERR_GEODETIC_TRANSFORM;
     }
     int mode = 1;
     if (engine->mod_trans_mode(&mode) != 0) {
@@ -208,7 +210,7 @@ int vld::engine_pass(int source, int target, const dscoord &in, dscoord &out)
     double x = in.x, y = in.y, z = no_z ? 0.0 : in.z;
     double ox = 0.0, oy = 0.0, oz = 0.0;
     // The handler has set the text of a failed transform.
-    if (engine->transform(&x, &y, &z, &ox, &oy, &oz) != 0) return 31;
+    if (engine->transform(&x, &y, &z, &ox, &oy, &oz) != 0) return VLD_ERR_GEODETIC_TRANSFORM;
     out.x = ox;
     out.y = oy;
     out.z = no_z ? vln_nanval() : oz;

@@ -175,7 +175,8 @@ int walk_edges(dshdr *h, const coordspace *target, dscoord &tl, dscoord &br)
 int VLN_calculate_reprojected_extents(const coordspace *target, dshdr *dsh, dscoord *top_left,
                                       dscoord *bottom_right)
 {
-    if (!target || !dsh || !top_left || !bottom_right) return VLD_setup_error(16);
+    if (!target || !dsh || !top_left || !bottom_right)
+        return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     dscoord tl = *top_left, br = *bottom_right;
     const coordspace &own = dsh->coordspace;
 
@@ -215,7 +216,7 @@ int VLN_calculate_reprojected_extents(const coordspace *target, dshdr *dsh, dsco
 int VLN_check_coords_round_trip(const coordspace *space, const dscoord *top_left,
                                 const dscoord *bottom_right, int32_t nr_cells, int32_t nr_lines)
 {
-    if (!space || !top_left || !bottom_right) return VLD_setup_error(16);
+    if (!space || !top_left || !bottom_right) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     if (is_raw_cspace(space) || space->coordsystype == CST_RAW || space->coordsystype == CST_None)
         return 0;
     if (!space->projection || std::strcmp(space->projection, "GEODETIC") == 0 ||
@@ -242,7 +243,7 @@ int VLN_check_coords_round_trip(const coordspace *space, const dscoord *top_left
         if (!status) status = cvt_any_coord_to_coord(&geo.cs, &ll, &grid.cs, &back);
         if (status) return status;
         if (std::fabs(back.x - p.x) >= tolerance || std::fabs(back.y - p.y) >= tolerance)
-            return VLD_setup_error(35);
+            return VLD_setup_error(VLD_ERR_CELLS_OUTSIDE_DATASET);
     }
     return 0;
 }

@@ -27,7 +27,7 @@ int vld::aspect_fit(AspectFrame &f, double dpi_x, double dpi_y)
     f.canvas_height = f.output_height;
     if (!f.planimetric) return 0;
     f.adjusted_bottom_right = f.bottom_right;
-    if (f.canvas_width == 0 || f.canvas_height == 0) return VLD_setup_error(72);
+    if (f.canvas_width == 0 || f.canvas_height == 0) return VLD_setup_error(VLD_ERR_ALG_CORRUPT);
     if (unset(f.canvas_top_left) && unset(f.canvas_bottom_right)) {
         f.canvas_top_left = f.top_left;
         f.canvas_bottom_right = f.bottom_right;

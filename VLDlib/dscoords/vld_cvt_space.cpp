@@ -69,7 +69,7 @@ int engine_convert(const coordspace *src, int st, const dscoord &in, const coord
                       "no coordinate engine to carry %s %.80s/%.80s to %s %.80s/%.80s",
                       coordsystype_to_string(st), or_empty(src->datum), or_empty(src->projection),
                       coordsystype_to_string(tt), or_empty(dst->datum), or_empty(dst->projection));
-        return VLD_setup_error(31, text);
+        return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, text);
     }
     // Ids from the caches stay valid only inside the lock.
     vld::GdtLock lock;
@@ -109,14 +109,14 @@ int engine_convert(const coordspace *src, int st, const dscoord &in, const coord
 int convert(const coordspace *src, const dscoord *in, const coordspace *dst, dscoord *out,
             bool strict)
 {
-    if (!in || !out) return VLD_setup_error(16);
-    if (!regs_compatible(src, dst, strict)) return VLD_setup_error(16);
+    if (!in || !out) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
+    if (!regs_compatible(src, dst, strict)) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     int st = working_type(src), tt = working_type(dst);
     if (st == CST_RAW && tt == CST_RAW) {
         *out = *in;
         return 0;
     }
-    if (st == CST_RAW || tt == CST_RAW) return VLD_setup_error(16);
+    if (st == CST_RAW || tt == CST_RAW) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     if (st == tt && vld::same_word(src->datum, dst->datum) &&
         vld::same_word(src->projection, dst->projection) &&
         (vld::same_word(src->units, dst->units) || factor_of(src) == factor_of(dst))) {
@@ -169,7 +169,7 @@ int cvt_any_coord_to_coord(const coordspace *source, const dscoord *in, const co
 
 int check_2_regs(const coordspace *a, const coordspace *b, int strict)
 {
-    return regs_compatible(a, b, strict != 0) ? 0 : VLD_setup_error(16);
+    return regs_compatible(a, b, strict != 0) ? 0 : VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
 }
 
 int coordspaces_equal(const coordspace *a, const coordspace *b)
@@ -298,7 +298,7 @@ int delta_coords_meters(const coordspace *space, const dscoord *a, const dscoord
 int distance_coords_meters(const coordspace *space, const dscoord *a, const dscoord *b,
                            double *distance)
 {
-    if (!distance) return VLD_setup_error(16);
+    if (!distance) return VLD_setup_error(VLD_ERR_INCOMPATIBLE_COORDSYS);
     *distance = 0.0;
     if (!space || !a || !b) return 0;
     if (!space->projection || std::strcmp(space->projection, "GEODETIC") != 0) {

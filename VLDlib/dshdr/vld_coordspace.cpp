@@ -163,7 +163,7 @@ void cs_before_read(void *r, const void *aux)
 
 int space_error(const std::string &text)
 {
-    return VLD_setup_error(30, text.c_str());
+    return VLD_setup_error(VLD_ERR_INVALID_COORDSPACE, text.c_str());
 }
 
 int cs_after_read(void *r, const void *aux)
@@ -488,7 +488,7 @@ int eg_coordspace_noalloc_special(coordspace *record, const char *file, cellinfo
 
 int eg_coordspace_special(coordspace **record, const char *file, cellinfo **old_cellinfo)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     ea_coordspace(record);
     return eg_coordspace_noalloc_special(*record, file, old_cellinfo);
 }
@@ -512,7 +512,7 @@ int df_coordspace(coordspace **record)
 
 int df_coordspace_noalloc(coordspace *record)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     ef_coordspace_contents(record);
     record->coordsystype = CST_RAW;
     record->rotation = 0.0;

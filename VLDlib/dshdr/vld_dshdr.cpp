@@ -446,7 +446,7 @@ void setup_raster(dshdr &d, const char *name)
 
 int write_header(dshdr *d, const char *name, const vld::Record &r)
 {
-    if (!d) return VLD_setup_error(12, "Null structure pointer");
+    if (!d) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     IoLock lock;
     char *translated = nullptr;
     if (name && d->dataset_type == DST_Translated) {
@@ -528,9 +528,9 @@ int cp_dshdr_noalloc(dshdr *copy, const dshdr *source)
 int df_raster_dshdr(dshdr **record, const char *name, int cells, int lines, int bands,
                     int cell_type)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (cells < 0 || lines < 0 || bands < 0)
-        return VLD_setup_error(12, "Negative size for a new raster header");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Negative size for a new raster header");
     ea_dshdr(record);
     dshdr &d = **record;
     setup_raster(d, name);
@@ -549,7 +549,7 @@ int df_raster_dshdr(dshdr **record, const char *name, int cells, int lines, int 
 
 int df_vector_dshdr(dshdr **record, const char *name)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     ea_dshdr(record);
     dshdr &d = **record;
     vld::replace_text(d.name, name);
@@ -575,7 +575,7 @@ int df_dshdr_import(dshdr **record)
 int VLD_setup_fake_dshdr(dshdr *record, const coordspace *space, const dscoord *top_left,
                          const dscoord *bottom_right)
 {
-    if (!record) return VLD_setup_error(117);
+    if (!record) return VLD_setup_error(VLD_ERR_NULL_DSHDR);
     std::memset(record, 0, sizeof *record);
     record->data_type = DT_Vector;
     if (space)
@@ -591,7 +591,7 @@ int VLD_setup_fake_dshdr(dshdr *record, const coordspace *space, const dscoord *
 int VLD_create_fake_dshdr(dshdr **record, const coordspace *space, const dscoord *top_left,
                           const dscoord *bottom_right)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     ea_dshdr(record);
     return VLD_setup_fake_dshdr(*record, space, top_left, bottom_right);
 }
@@ -605,7 +605,7 @@ int dshdr_is_fft(const dshdr *record)
 
 int ep_cam_file(const sensorinfo *sensor, const char *name)
 {
-    if (!name || !*name) return VLD_setup_error(9);
+    if (!name || !*name) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     IoLock lock;
     dshdr d{};
     setup_raster(d, name);
@@ -620,9 +620,9 @@ int ep_cam_file(const sensorinfo *sensor, const char *name)
 
 int eg_cam_file(sensorinfo **sensor, const char *name)
 {
-    if (!sensor) return VLD_setup_error(12, "Null structure pointer");
+    if (!sensor) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *sensor = nullptr;
-    if (!name || !*name) return VLD_setup_error(9);
+    if (!name || !*name) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     IoLock lock;
     dshdr d{};
     vld::DshdrReadState state;
@@ -632,7 +632,7 @@ int eg_cam_file(sensorinfo **sensor, const char *name)
         d.info.r.sensorinfo = nullptr;
     } else if (!status) {
         std::string text = std::string("No SensorInfo in camera file \"") + name + "\"";
-        status = VLD_setup_error(24, text.c_str());
+        status = VLD_setup_error(VLD_ERR_MESSAGE, text.c_str());
     }
     ef_dshdr_contents(&d);
     return status;

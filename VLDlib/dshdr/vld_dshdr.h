@@ -348,7 +348,7 @@ VLD_API int ee_dshdr(VLD_KEYWORD **array);
 /* Reads a header: a ".vld", ".vlv", ".map" or ".cam" document, an algorithm
  * (".alg"), or a foreign file through the ".vld" beside it or a translator.
  * On failure *record is null. Algorithms and translators aren't readable yet:
- * their routes give row 21 and row 169. */
+ * their routes give VLD_ERR_NOT_IMPLEMENTED and VLD_ERR_RASTER_FILETYPE_UNKNOWN. */
 VLD_API int eg_dshdr(dshdr **record, const char *name);
 VLD_API int eg_dshdr_alg_or_vld(dshdr **record, const char *name);
 /* Resolves `name` against `directory` (and the dataset search path) first. */
@@ -359,7 +359,7 @@ VLD_API int ep_dshdr(dshdr *record, const char *name);
 VLD_API int ep_dshdr_vds(dshdr *record, const char *name);
 /* Writes a camera file: a raster header without bands that holds a SensorInfo. */
 VLD_API int ep_cam_file(const sensorinfo *sensor, const char *name);
-/* Reads the SensorInfo of a camera file; row 24 when the file has none. */
+/* Reads the SensorInfo of a camera file; VLD_ERR_MESSAGE when the file has none. */
 VLD_API int eg_cam_file(sensorinfo **sensor, const char *name);
 VLD_API int cp_dshdr(dshdr **copy, const dshdr *source);
 VLD_API int cp_dshdr_noalloc(dshdr *copy, const dshdr *source);
@@ -377,7 +377,8 @@ VLD_API int VLD_setup_fake_dshdr(dshdr *record, const coordspace *space, const d
 VLD_API int VLD_create_fake_dshdr(dshdr **record, const coordspace *space, const dscoord *top_left,
                                   const dscoord *bottom_right);
 VLD_API int dshdr_is_fft(const dshdr *record);
-/* 0 when the header of `name` may be written, or row 8 or 5. */
+/* 0 when the header of `name` may be written, or VLD_ERR_INVALID_FILE_TYPE or
+ * VLD_ERR_CANNOT_WRITE_FILE. */
 VLD_API int VLN_can_write_dshdr(const char *name);
 
 /* ---------------------------------------------------------------- coordspace */

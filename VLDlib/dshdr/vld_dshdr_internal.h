@@ -157,7 +157,7 @@ std::string document_key(const char *name);
 /* Marks a document as open for reading for the guard's life. refused() is
  * true, and nothing is marked, when the same document is already open further
  * up the read (reading it again would never end), or when more than
- * kMaxVdsDepth documents are open; refuse() then sets the error, row 49, and
+ * kMaxVdsDepth documents are open; refuse() then sets the error, VLD_ERR_VDS, and
  * returns it. */
 class OpenDocument {
    public:

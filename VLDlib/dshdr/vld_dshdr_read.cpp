@@ -64,18 +64,19 @@ int read_side_header(dshdr *d, const char *name, vld::DshdrReadState &state)
     char *side = VLN_replace_ext(name, ".vld");
     if (!side || !fileexists(side)) {
         safe_free(side);
-        return VLD_setup_error(169);
+        return VLD_setup_error(VLD_ERR_RASTER_FILETYPE_UNKNOWN);
     }
     d->flags |= DSHDR_FLAG_SIDE_HEADER;
     int status = vld::read_dshdr_document(d, side, state);
     if (!status) {
         if (d->dataset_type != DST_Translated) {
-            status = VLD_setup_error(169);
+            status = VLD_setup_error(VLD_ERR_RASTER_FILETYPE_UNKNOWN);
         } else if (vld::empty_text(d->data_file)) {
-            status = VLD_setup_error(171, "Error determining data filename for translated data.");
+            status = VLD_setup_error(VLD_ERR_RASTER_TRANSLATOR,
+                                     "Error determining data filename for translated data.");
         } else if (vld::same_file(d->data_file, name, side)) {
             // It names the file itself: the translator describes the file.
-            status = VLD_setup_error(169);
+            status = VLD_setup_error(VLD_ERR_RASTER_FILETYPE_UNKNOWN);
         }
         // Otherwise the header stands for another file; the translator's own
         // attributes of that file join it when translators are built.
@@ -90,7 +91,8 @@ int read_header(dshdr *d, const char *name, vld::DshdrReadState &state)
     if (status) return status;
     if (d->dataset_type == DST_Translated) {
         if (vld::empty_text(d->data_file))
-            return VLD_setup_error(171, "Error determining data filename for translated data.");
+            return VLD_setup_error(VLD_ERR_RASTER_TRANSLATOR,
+                                   "Error determining data filename for translated data.");
     } else if (vld::empty_text(d->data_file)) {
         d->data_file = VLN_strip_ext(header_file(name).c_str());
     }
@@ -100,10 +102,11 @@ int read_header(dshdr *d, const char *name, vld::DshdrReadState &state)
 /* A foreign file that no side header describes goes to the translators. */
 int read_foreign(const char *name)
 {
-    if (!fileexists(name) && !VLN_path_is_url(name)) return VLD_setup_error(1, name);
+    if (!fileexists(name) && !VLN_path_is_url(name))
+        return VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, name);
     // Translators, and the world file that may go with their data, are built
     // with the raster translator module; until then no foreign file is known.
-    return VLD_setup_error(169);
+    return VLD_setup_error(VLD_ERR_RASTER_FILETYPE_UNKNOWN);
 }
 
 /* Brings a header that was read up to date with the current form. */
@@ -179,9 +182,9 @@ struct ProbeRegistration {
 
 int eg_dshdr(dshdr **record, const char *name)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *record = nullptr;
-    if (vld::empty_text(name)) return VLD_setup_error(9);
+    if (vld::empty_text(name)) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     IoLock lock;
     // Within one read each header is read once; later requests get a copy.
     vld::ReadScope scope;
@@ -234,7 +237,7 @@ int eg_dshdr(dshdr **record, const char *name)
         status = setup_virtual(d, name);
     }
     if (!status && d->data_type == DT_Raster && d->info.r.nr_bands < 1 && !d->algorithm)
-        status = VLD_setup_error(146, name);
+        status = VLD_setup_error(VLD_ERR_NO_BANDS, name);
     if (status) {
         ef_dshdr(d);
         return status;
@@ -251,9 +254,9 @@ int eg_dshdr_alg_or_vld(dshdr **record, const char *name)
 
 int eg_dshdr_standard(dshdr **record, const char *directory, const char *name)
 {
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *record = nullptr;
-    if (vld::empty_text(name)) return VLD_setup_error(9);
+    if (vld::empty_text(name)) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     char *full = nullptr;
     VLN_build_abs_fspec(&full, directory, name);
     int status = eg_dshdr(record, full ? full : name);
@@ -263,23 +266,23 @@ int eg_dshdr_standard(dshdr **record, const char *directory, const char *name)
 
 int VLN_can_write_dshdr(const char *name)
 {
-    if (vld::empty_text(name)) return VLD_setup_error(9);
+    if (vld::empty_text(name)) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     IoLock lock;
     dshdr *d = nullptr;
-    if (eg_dshdr(&d, name)) return VLD_setup_error(8, name);
+    if (eg_dshdr(&d, name)) return VLD_setup_error(VLD_ERR_INVALID_FILE_TYPE, name);
     char *vld = VLN_replace_ext(name, ".vld");
     int status = 0;
     if (vld && fileexists(vld)) {
         if (!canwrite(vld))
-            status = VLD_setup_error(5, vld);
+            status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, vld);
         else if ((d->flags & DSHDR_FLAG_SIDE_HEADER) && d->dataset_type == DST_Translated &&
                  !vld::empty_text(d->data_file) && !vld::same_file(d->data_file, name, vld))
-            status = VLD_setup_error(5, vld);
+            status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, vld);
     }
     if (!status && d->dataset_type == DST_Translated && VLN_get_world_file_pref(0)) {
         char *world = nullptr;
         if (VLN_check_for_world_file(&world, d->data_file, nullptr) == 0 && !canwrite(world))
-            status = VLD_setup_error(5, world);
+            status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, world);
         safe_free(world);
     }
     safe_free(vld);

@@ -521,7 +521,7 @@ void vld::add_all_region(rasterinfo *raster)
 
 int setup_all_region(dshdr *record)
 {
-    if (!record) return VLD_setup_error(117);
+    if (!record) return VLD_setup_error(VLD_ERR_NULL_DSHDR);
     if (record->data_type == DT_Raster) vld::add_all_region(&record->info.r);
     return 0;
 }
@@ -607,7 +607,7 @@ int ea_msstats(msstats **record)
 int ea_msstats_spec(msstats **record, int nr_bands)
 {
     if (nr_bands < 0 || nr_bands > kMaxStatsBands)
-        return VLD_setup_error(12, "Bad number of bands for statistics");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Bad number of bands for statistics");
     int status = vld::fam_alloc(record, st_record);
     if (status) return status;
     msstats &m = **record;

@@ -315,7 +315,7 @@ int cp_sensorinfo_noalloc(sensorinfo *copy, const sensorinfo *source)
 
 int cp_sensorinfo_update(sensorinfo *copy, const sensorinfo *source)
 {
-    if (!copy || !source) return VLD_setup_error(12, "Null structure pointer");
+    if (!copy || !source) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (copy == source) return 0;
     fiducialinfo *fiducials = copy->fiducialinfo;
     copy->fiducialinfo = nullptr;
@@ -379,7 +379,7 @@ int cp_fiducialinfo_noalloc(fiducialinfo *copy, const fiducialinfo *source)
 
 int cp_fiducialinfo_update(fiducialinfo *copy, const fiducialinfo *source)
 {
-    if (!copy || !source) return VLD_setup_error(12, "Null structure pointer");
+    if (!copy || !source) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (copy == source) return 0;
     fiducialpoint *points[FIDUCIAL_COUNT];
     for (int i = 0; i < FIDUCIAL_COUNT; i++) points[i] = copy->points[i];
@@ -425,7 +425,8 @@ int ep_fiducialpoint(const fiducialpoint *record, const char *file)
 }
 int ep_fiducialpoint_type_spec(const fiducialpoint *record, const char *file, int type)
 {
-    if (type < 0 || type >= FIDUCIAL_COUNT) return VLD_setup_error(12, "Bad fiducial point type");
+    if (type < 0 || type >= FIDUCIAL_COUNT)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Bad fiducial point type");
     return vld::rec_write(record, file, fp_record, nullptr, point_blocks[type]);
 }
 int cp_fiducialpoint(fiducialpoint **copy, const fiducialpoint *source)

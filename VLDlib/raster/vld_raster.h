@@ -172,8 +172,8 @@ VLD_API int VLD_raster_mmfree_buf_array(VLD_mmraster *handle, void ***buffers);
 /* The window's cells of one line of band `band_index` (an index into the
  * handle's bands), in the type asked for: in place in the view when the access
  * allows it, else converted into `buffer` (from VLD_raster_mmsetup_buf).
- * Null, with row 34, when the cells aren't all inside the view, and with row
- * 4 when the file has shrunk below them since the view was mapped. */
+ * Null, with VLD_ERR_LINES_OUTSIDE_DATASET, when the cells aren't all inside the view, and with
+ * VLD_ERR_CANNOT_READ_FILE when the file has shrunk below them since the view was mapped. */
 VLD_API const void *VLD_raster_mmget_cells(VLD_mmraster *handle, int line, int band_index,
                                            void *buffer);
 

@@ -48,8 +48,8 @@ struct Layout {
 bool layout_of(const dshdr *header, Layout *layout);
 
 // Whether the sizes of a layout, and `request_bytes` (one band-line of a
-// window), fit the 32-bit fields in which the handles describe them; or row
-// 24, saying which size is too large.
+// window), fit the 32-bit fields in which the handles describe them; or
+// VLD_ERR_MESSAGE, saying which size is too large.
 int check_32bit_sizes(const Layout &layout, int64_t request_bytes);
 
 // The data file of a header: DataFile, else the header name without its
@@ -111,7 +111,7 @@ void free_point_state(rasterfile *handle);
 int point_from_tile(rasterfile *handle, void **values, int *is_null, int line, int cell);
 
 // A data file being written is a temporary file beside it until the handle is
-// closed. Starts one and returns the descriptor to write to, or -1 with row 3.
+// closed. Starts one and returns the descriptor to write to, or -1 with VLD_ERR_CANNOT_CREATE_FILE.
 int begin_data_file(const char *name);
 // Notes that a write to `fd` failed: its temporary file will not replace the
 // data file.

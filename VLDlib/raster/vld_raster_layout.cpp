@@ -76,7 +76,7 @@ int check_32bit_sizes(const Layout &layout, int64_t request_bytes)
                           "Dataset too large for a raster handle: %s takes %lld bytes, "
                           "more than %lld",
                           s.what, static_cast<long long>(s.value), static_cast<long long>(kMax));
-            return VLD_setup_error(24, text);
+            return VLD_setup_error(VLD_ERR_MESSAGE, text);
         }
     return 0;
 }

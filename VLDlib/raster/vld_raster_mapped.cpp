@@ -26,20 +26,20 @@ namespace {
 
 constexpr int64_t kMaxView = 0xFFFFF000LL;  // the largest view a 32-bit size holds
 
-// Row 53 with the sizes printed whole: its %d would cut a size past 2 GiB.
+// VLD_ERR_DATA_FILE_TOO_SHORT with the sizes printed whole: its %d would cut a size past 2 GiB.
 int too_short(int64_t file_size, int64_t expected)
 {
     char text[200];
     std::snprintf(text, sizeof text, "Dataset data file size (%lld) less than expected (%lld)",
                   static_cast<long long>(file_size), static_cast<long long>(expected));
-    return vld_setup_error_text(53, text);
+    return vld_setup_error_text(VLD_ERR_DATA_FILE_TOO_SHORT, text);
 }
 
-// A remap that can't be made: row 1 with the system's reason.
+// A remap that can't be made: VLD_ERR_CANNOT_OPEN_FILE with the system's reason.
 int bad_remap(VLD_mmraster *h, int err, const char *text)
 {
     errno = err;
-    return VLD_setup_system_error(1, text != nullptr ? text : h->name);
+    return VLD_setup_system_error(VLD_ERR_CANNOT_OPEN_FILE, text != nullptr ? text : h->name);
 }
 
 // Where the older platform showed a message box titled "Vorlan".
@@ -48,7 +48,7 @@ int map_failure(char *message)
     FILE *err = vln_ReturnStdErr();
     std::fprintf(err, "Vorlan\n%s\n", message != nullptr ? message : "");
     std::fflush(err);
-    int status = VLD_setup_error(45, message != nullptr ? message : "");
+    int status = VLD_setup_error(VLD_ERR_CANNOT_MMAP, message != nullptr ? message : "");
     safe_free(message);
     return status;
 }
@@ -63,41 +63,47 @@ struct Request {
 
 int open_mapped(VLD_mmraster **out, dshdr *d, const Request &q)
 {
-    if (out == nullptr || d == nullptr) return VLD_setup_error(12, "Null structure pointer");
+    if (out == nullptr || d == nullptr)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *out = nullptr;
     const char *name = data_file_name(d);
-    if (d->algorithm != nullptr) return VLD_setup_error(48, name != nullptr ? name : "");
-    if (d->data_type != DT_Raster) return VLD_setup_error(47);
+    if (d->algorithm != nullptr)
+        return VLD_setup_error(VLD_ERR_CANNOT_USE_VDS, name != nullptr ? name : "");
+    if (d->data_type != DT_Raster) return VLD_setup_error(VLD_ERR_RASTER_DATASET_REQUIRED);
     Layout layout;
     if (!layout_of(d, &layout) ||
         (layout.type != DST_VLDStorage && layout.type != DST_GeoScanMk2)) {
         char text[32];
         std::snprintf(text, sizeof text, " %ld", static_cast<long>(d->dataset_type));
-        return VLD_setup_error(8, text);
+        return VLD_setup_error(VLD_ERR_INVALID_FILE_TYPE, text);
     }
     const rasterinfo &r = d->info.r;
     const int file_bytes = layout.cell_bytes;
-    if (file_bytes <= 0) return VLD_setup_error(24, "Unknown cell type in dataset header");
+    if (file_bytes <= 0)
+        return VLD_setup_error(VLD_ERR_MESSAGE, "Unknown cell type in dataset header");
     if (q.write && layout.data_offset % file_bytes != 0)
-        return VLD_setup_error(54, name, static_cast<int>(layout.data_offset));
+        return VLD_setup_error(VLD_ERR_MMAP_HEADER_UNALIGNED, name,
+                               static_cast<int>(layout.data_offset));
     if (q.first_cell < 0 || q.nr_cells < 0 || q.nr_cells > r.nr_cells - q.first_cell)
-        return VLD_setup_error(35);
-    if (q.nr_bands < 1) return VLD_setup_error(24, "No bands requested from the dataset");
+        return VLD_setup_error(VLD_ERR_CELLS_OUTSIDE_DATASET);
+    if (q.nr_bands < 1)
+        return VLD_setup_error(VLD_ERR_MESSAGE, "No bands requested from the dataset");
     for (int k = 0; k < q.nr_bands; k++) {
         int b = q.bands != nullptr ? q.bands[k] : k;
         if (b < 0 || b >= layout.bands) {
             char text[128];
             std::snprintf(text, sizeof text, "Band %lld not in dataset (%d bands)",
                           static_cast<long long>(b) + 1, layout.bands);
-            return VLD_setup_error(24, text);
+            return VLD_setup_error(VLD_ERR_MESSAGE, text);
         }
     }
     if (int status = check_32bit_sizes(layout, int64_t{file_bytes} * q.nr_cells)) return status;
     int want_type = q.cell_type != 0 ? q.cell_type : r.cell_type;
-    if (celltypesize(want_type) <= 0) return VLD_setup_error(24, "Unknown cell type requested");
+    if (celltypesize(want_type) <= 0)
+        return VLD_setup_error(VLD_ERR_MESSAGE, "Unknown cell type requested");
 
-    int64_t file_size = data_file_size(name, 1);
-    if (file_size < 0) return 1;
+    int64_t file_size = data_file_size(name, VLD_ERR_CANNOT_OPEN_FILE);
+    if (file_size < 0) return VLD_ERR_CANNOT_OPEN_FILE;
     int64_t expected = layout.expected_size(r.nr_lines);
     if (layout.type == DST_VLDStorage && file_size < expected)
         return too_short(file_size, expected);
@@ -243,7 +249,7 @@ int VLD_raster_mmopen(VLD_mmraster **handle, dshdr *header, int first_cell, int 
 
 int VLD_raster_mmopen_rw(VLD_mmraster **handle, dshdr *header)
 {
-    if (header == nullptr) return VLD_setup_error(12, "Null structure pointer");
+    if (header == nullptr) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     const rasterinfo &r = header->info.r;
     return open_mapped(handle, header,
                        {0, r.nr_cells, nullptr, r.nr_bands > 0 ? r.nr_bands : 1, 0, true, false});
@@ -260,7 +266,7 @@ int VLD_raster_mmremap(VLD_mmraster *handle, dshdr *header, int32_t offset_low, 
                        uint32_t size)
 {
     if (handle == nullptr || header == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     int64_t offset =
         static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(offset_high)) << 32) |
                              static_cast<uint32_t>(offset_low));
@@ -312,7 +318,7 @@ int VLD_raster_mmclose(VLD_mmraster **handle)
     char *message = nullptr;
     int status = 0;
     if (!vln_funmap(h->view, h->view_size, handles, 0, &message))
-        status = VLD_setup_system_error(46, message != nullptr ? message : "");
+        status = VLD_setup_system_error(VLD_ERR_CANNOT_MUNMAP, message != nullptr ? message : "");
     safe_free(message);
     safe_free(h->name);
     safe_free(h->conversion_buffer);
@@ -324,7 +330,7 @@ int VLD_raster_mmclose(VLD_mmraster **handle)
 int VLD_raster_mmsetup_buf(VLD_mmraster *handle, void **buffer)
 {
     if (handle == nullptr || buffer == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *buffer = handle->access != MM_ACCESS_IN_PLACE
                   ? malloc_or_die(static_cast<size_t>(handle->nr_cells) * handle->cell_bytes + 8)
                   : nullptr;
@@ -343,7 +349,7 @@ int VLD_raster_mmfree_buf(VLD_mmraster *, void **buffer)
 int VLD_raster_mmsetup_buf_array(VLD_mmraster *handle, void ***buffers)
 {
     if (handle == nullptr || buffers == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     auto **array = static_cast<void **>(malloc_or_die(sizeof(void *) * handle->nr_bands));
     for (int k = 0; k < handle->nr_bands; k++) VLD_raster_mmsetup_buf(handle, &array[k]);
     *buffers = array;
@@ -362,11 +368,11 @@ int VLD_raster_mmfree_buf_array(VLD_mmraster *handle, void ***buffers)
 const void *VLD_raster_mmget_cells(VLD_mmraster *h, int line, int band_index, void *buffer)
 {
     if (h == nullptr || h->view == nullptr || band_index < 0 || band_index >= h->nr_bands) {
-        VLD_setup_error(12, "Mapped dataset not open, or band not in it");
+        VLD_setup_error(VLD_ERR_INTERNAL, "Mapped dataset not open, or band not in it");
         return nullptr;
     }
     if (line < 0) {
-        VLD_setup_error(34);
+        VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
         return nullptr;
     }
     int64_t header_offset = static_cast<int64_t>(reinterpret_cast<uintptr_t>(h->data) -
@@ -377,21 +383,21 @@ const void *VLD_raster_mmget_cells(VLD_mmraster *h, int line, int band_index, vo
                  static_cast<int64_t>(h->bands[band_index]) * h->band_line_bytes +
                  static_cast<int64_t>(h->first_cell) * h->file_cell_bytes;
     if (at < h->view_offset || at + bytes > h->view_offset + static_cast<int64_t>(h->view_size)) {
-        VLD_setup_error(34);
+        VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
         return nullptr;
     }
     // The view was checked against the file when it was mapped, but the file
     // may have shrunk since; touching mapped bytes past its end would raise
     // SIGBUS. (Cells handed out in place stay the caller's to touch.)
     if (at + bytes > vln_fdsize64(h->file_handle)) {
-        VLD_setup_error(4, h->name);
+        VLD_setup_error(VLD_ERR_CANNOT_READ_FILE, h->name);
         return nullptr;
     }
     const unsigned char *cells =
         static_cast<const unsigned char *>(h->view) + (at - h->view_offset);
     if (h->access == MM_ACCESS_IN_PLACE) return cells;
     if (buffer == nullptr) {
-        VLD_setup_error(12, "No line buffer for a mapped dataset that needs one");
+        VLD_setup_error(VLD_ERR_INTERNAL, "No line buffer for a mapped dataset that needs one");
         return nullptr;
     }
     int base = h->access % MM_ACCESS_CONVERT;

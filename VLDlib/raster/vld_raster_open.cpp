@@ -83,14 +83,15 @@ int check_storage_type(const dshdr *d)
         case DST_BandInterleavedLine: {
             char text[32];
             std::snprintf(text, sizeof text, " %ld", static_cast<long>(d->dataset_type));
-            return VLD_setup_error(8, text);
+            return VLD_setup_error(VLD_ERR_INVALID_FILE_TYPE, text);
         }
         case DST_Translated:
             // Translators are loaded by their own module; without it, the
             // open entry is as missing as in a plug-in that lacks it.
-            return VLD_setup_error(168, data_file_name(d), "TranslatorOpenDatasetRead");
+            return VLD_setup_error(VLD_ERR_TRANSLATOR_SYMBOL, data_file_name(d),
+                                   "TranslatorOpenDatasetRead");
         default:
-            return VLD_setup_error(169);
+            return VLD_setup_error(VLD_ERR_RASTER_FILETYPE_UNKNOWN);
     }
 }
 
@@ -116,43 +117,47 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
               int nr_cells, int band_mode, int nr_bands, char **band_strings)
 {
     if (handle == nullptr || header == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     rasterfile *h = handle;
     reset(h);
-    if (header->data_type != DT_Raster) return VLD_setup_error(47);
-    if (header->byte_order == BO_None) return VLD_setup_error(23, "byteorder=NONE");
+    if (header->data_type != DT_Raster) return VLD_setup_error(VLD_ERR_RASTER_DATASET_REQUIRED);
+    if (header->byte_order == BO_None)
+        return VLD_setup_error(VLD_ERR_BAD_BYTE_ORDER, "byteorder=NONE");
     if (nr_bands < 1 || band_strings == nullptr)
-        return VLD_setup_error(24, "No bands requested from the dataset");
+        return VLD_setup_error(VLD_ERR_MESSAGE, "No bands requested from the dataset");
     if (band_mode != RASTER_BAND_LIST && band_mode != RASTER_BAND_RANGE)
-        return VLD_setup_error(12, "Unknown band mode");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Unknown band mode");
 
     std::vector<int64_t> bands(static_cast<size_t>(nr_bands));
     for (int i = 0; i < nr_bands; i++) {
         if (band_mode == RASTER_BAND_LIST) {
             bands[i] = parse_band(band_strings[i]);
-            if (i > 0 && bands[i] < bands[i - 1]) return VLD_setup_error(10);
+            if (i > 0 && bands[i] < bands[i - 1])
+                return VLD_setup_error(VLD_ERR_REQUEST_NOT_ASCENDING);
         } else {
             bands[i] = (i == 0 ? parse_band(band_strings[0]) : bands[i - 1] + 1);
         }
     }
-    if (header->algorithm != nullptr) return VLD_setup_error(48, data_file_name(header));
+    if (header->algorithm != nullptr)
+        return VLD_setup_error(VLD_ERR_CANNOT_USE_VDS, data_file_name(header));
     if (int status = check_storage_type(header)) return status;
 
     Layout layout;
     layout_of(header, &layout);
     const rasterinfo &r = header->info.r;
-    if (layout.cell_bytes <= 0) return VLD_setup_error(24, "Unknown cell type in dataset header");
+    if (layout.cell_bytes <= 0)
+        return VLD_setup_error(VLD_ERR_MESSAGE, "Unknown cell type in dataset header");
     for (int64_t b : bands)
         if (b >= layout.bands) {
             char text[128];
             std::snprintf(text, sizeof text, "Band %lld not in dataset (%d bands)",
                           static_cast<long long>(b) + 1, layout.bands);
-            return VLD_setup_error(24, text);
+            return VLD_setup_error(VLD_ERR_MESSAGE, text);
         }
     if (first_line < 0 || nr_lines < 0 || nr_lines > r.nr_lines - first_line)
-        return VLD_setup_error(34);
+        return VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
     if (first_cell < 0 || nr_cells < 0 || nr_cells > r.nr_cells - first_cell)
-        return VLD_setup_error(35);
+        return VLD_setup_error(VLD_ERR_CELLS_OUTSIDE_DATASET);
 
     if (int status = check_32bit_sizes(layout, int64_t{layout.cell_bytes} * nr_cells))
         return status;
@@ -176,18 +181,19 @@ int eo_raster(rasterfile *handle, dshdr *header, int first_line, int nr_lines, i
         size = std::max<int64_t>(size, static_cast<int64_t>(h->bytes_per_request) * layout.bands);
     if (layout.type == DST_IFUT) size = std::max<int64_t>(size, h->bytes_per_request + 8);
     h->buffer = std::malloc(static_cast<size_t>(size > 0 ? size : 8));
-    if (h->buffer == nullptr) return abandon(h, VLD_setup_error(11, static_cast<int>(size)));
+    if (h->buffer == nullptr)
+        return abandon(h, VLD_setup_error(VLD_ERR_CANNOT_ALLOCATE, static_cast<int>(size)));
 
     h->read = reader_for(layout.type, band_mode, h->swap != 0);
-    h->fd = open_data_file(h->name, 1);
-    if (h->fd < 0) return abandon(h, 1);
+    h->fd = open_data_file(h->name, VLD_ERR_CANNOT_OPEN_FILE);
+    if (h->fd < 0) return abandon(h, VLD_ERR_CANNOT_OPEN_FILE);
     return 0;
 }
 
 int eo_raster_point(rasterfile *handle, dshdr *header)
 {
     if (handle == nullptr || header == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     const rasterinfo &r = header->info.r;
     int n = r.nr_bands > 0 ? r.nr_bands : 1;
     std::vector<std::string> texts(static_cast<size_t>(n));
@@ -203,7 +209,7 @@ int eo_raster_point(rasterfile *handle, dshdr *header)
 int eow_raster(rasterfile *handle, dshdr *header)
 {
     if (handle == nullptr || header == nullptr)
-        return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     rasterfile *h = handle;
     reset(h);
     switch (header->dataset_type) {
@@ -213,13 +219,15 @@ int eow_raster(rasterfile *handle, dshdr *header)
         case DST_GeoScanMk2:
             break;
         case DST_Translated:
-            return VLD_setup_error(168, data_file_name(header), "TranslatorOpenDatasetWrite");
+            return VLD_setup_error(VLD_ERR_TRANSLATOR_SYMBOL, data_file_name(header),
+                                   "TranslatorOpenDatasetWrite");
         default:
-            return VLD_setup_error(169);
+            return VLD_setup_error(VLD_ERR_RASTER_FILETYPE_UNKNOWN);
     }
     Layout layout;
     layout_of(header, &layout);
-    if (layout.cell_bytes <= 0) return VLD_setup_error(24, "Unknown cell type in dataset header");
+    if (layout.cell_bytes <= 0)
+        return VLD_setup_error(VLD_ERR_MESSAGE, "Unknown cell type in dataset header");
     const rasterinfo &r = header->info.r;
     if (int status = check_32bit_sizes(layout, layout.band_line_bytes)) return status;
     h->first_line = 0;
@@ -234,7 +242,7 @@ int eow_raster(rasterfile *handle, dshdr *header)
     for (int i = 0; i < h->nr_bands; i++) h->bands[i] = i;
     // The old file stays whole until ec_raster puts the new one in its place.
     h->fd = begin_data_file(h->name);
-    if (h->fd < 0) return abandon(h, 3);
+    if (h->fd < 0) return abandon(h, VLD_ERR_CANNOT_CREATE_FILE);
     return 0;
 }
 
@@ -252,7 +260,7 @@ int ec_raster(rasterfile *handle)
     if (h->fd >= 0) {
         const char *name = h->name != nullptr ? h->name : "";
         if (!end_data_file(h->fd, name, &status) && vln_close(h->fd) != 0)
-            status = VLD_setup_error(2, name);
+            status = VLD_setup_error(VLD_ERR_CANNOT_CLOSE_FILE, name);
         h->fd = -1;
     }
     return status;

@@ -61,7 +61,7 @@ int read_cell(const rasterfile *h, int line, int band, int cell, void *out)
     } else {
         got = vln_pread64(h->fd, out, size, at);
     }
-    if (got != size) return VLD_setup_error(4, h->name);
+    if (got != size) return VLD_setup_error(VLD_ERR_CANNOT_READ_FILE, h->name);
     if (h->swap) swap_bytes(out, 1, size);
     return 0;
 }
@@ -131,9 +131,9 @@ int eg_raster_point(rasterfile *handle, void **values, int line, int cell)
 int eg_raster_point_ex(rasterfile *handle, void **values, int *is_null, int line, int cell)
 {
     if (handle == nullptr || values == nullptr || handle->dshdr == nullptr || handle->fd < 0)
-        return VLD_setup_error(12, "Raster handle not open for reading");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Raster handle not open for reading");
     for (int k = 0; k < handle->nr_bands; k++)
-        if (values[k] == nullptr) return VLD_setup_error(12, "Null band value");
+        if (values[k] == nullptr) return VLD_setup_error(VLD_ERR_INTERNAL, "Null band value");
     if (handle->translator != nullptr || handle->vds != nullptr || handle->no_direct_point)
         return point_from_tile(handle, values, is_null, line, cell);
     if (!in_window(handle, line, cell)) {
@@ -155,7 +155,7 @@ int eg_raster_point_cache(rasterfile *handle, void **values, int line, int cell)
 int eg_raster_point_cache_ex(rasterfile *handle, void **values, int *is_null, int line, int cell)
 {
     if (handle == nullptr || values == nullptr || handle->dshdr == nullptr)
-        return VLD_setup_error(12, "Raster handle not open for reading");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Raster handle not open for reading");
     const rasterinfo &r = handle->dshdr->info.r;
     if (line < 0 || line >= r.nr_lines || cell < 0 || cell >= r.nr_cells) {
         for (int k = 0; k < handle->nr_bands; k++) store_as(r.null_value, r.cell_type, values[k]);

@@ -25,20 +25,21 @@ namespace {
 int check_request(const rasterfile *h, void **buffers, int first_line, int nr_lines)
 {
     if (h == nullptr || buffers == nullptr || h->fd < 0 || h->bands == nullptr)
-        return VLD_setup_error(12, "Raster handle not open for reading");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Raster handle not open for reading");
     if (first_line < h->first_line || nr_lines < 0 ||
         nr_lines > h->first_line + h->nr_lines - first_line)
-        return VLD_setup_error(34);
+        return VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
     for (int k = 0; k < h->nr_bands; k++)
-        if (buffers[k] == nullptr) return VLD_setup_error(12, "Null band buffer");
+        if (buffers[k] == nullptr) return VLD_setup_error(VLD_ERR_INTERNAL, "Null band buffer");
     return 0;
 }
 
 // The row of a read that gave `got` bytes of `wanted`.
 int read_failure(const rasterfile *h, int64_t got)
 {
-    if (got < 0 && (errno == EINVAL || errno == ESPIPE)) return VLD_setup_error(6, h->name);
-    return VLD_setup_error(4, h->name);
+    if (got < 0 && (errno == EINVAL || errno == ESPIPE))
+        return VLD_setup_error(VLD_ERR_CANNOT_SEEK_FILE, h->name);
+    return VLD_setup_error(VLD_ERR_CANNOT_READ_FILE, h->name);
 }
 
 Layout layout_of_handle(const rasterfile *h)

@@ -24,7 +24,8 @@ namespace {
 
 int check_writer(const rasterfile *h)
 {
-    if (h == nullptr || h->fd < 0) return VLD_setup_error(12, "Raster handle not open for writing");
+    if (h == nullptr || h->fd < 0)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Raster handle not open for writing");
     return 0;
 }
 
@@ -34,14 +35,14 @@ int write_failure(const rasterfile *h)
     char text[1100];
     std::snprintf(text, sizeof text, "Cannot write to file \"%s\"", h->name ? h->name : "");
     win32_error(1, text);
-    return VLD_setup_error(5, h->name ? h->name : "");
+    return VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, h->name ? h->name : "");
 }
 
 // A failed seek spoils the file as a failed write does.
 int seek_failure(const rasterfile *h)
 {
     vld_raster::spoil_data_file(h->fd);
-    return VLD_setup_error(6, h->name);
+    return VLD_setup_error(VLD_ERR_CANNOT_SEEK_FILE, h->name);
 }
 
 int64_t seek(int fd, int64_t offset, int whence)
@@ -71,7 +72,8 @@ namespace vld_raster {
 int begin_data_file(const char *name)
 {
     vln_replacement r;
-    if (vln_replace_begin(&r, name, 0644) != 0) return (VLD_setup_system_error(3, name), -1);
+    if (vln_replace_begin(&r, name, 0644) != 0)
+        return (VLD_setup_system_error(VLD_ERR_CANNOT_CREATE_FILE, name), -1);
     std::lock_guard<std::mutex> guard(pending_lock);
     pending[r.fd] = Pending{r, false};
     return r.fd;
@@ -98,12 +100,12 @@ bool end_data_file(int fd, const char *name, int *status)
     if (p.spoiled) {
         // The failed write has been reported; the old file stays as it was.
         vln_replace_abandon(&p.replacement);
-        *status = VLD_setup_error(5, name);
+        *status = VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, name);
     } else if (vln_replace_close(&p.replacement) != 0) {
         vln_replace_abandon(&p.replacement);
-        *status = VLD_setup_system_error(2, name);
+        *status = VLD_setup_system_error(VLD_ERR_CANNOT_CLOSE_FILE, name);
     } else if (vln_replace_commit(&p.replacement) != 0) {
-        *status = VLD_setup_system_error(26, name);
+        *status = VLD_setup_system_error(VLD_ERR_CANNOT_RENAME_FILE, name);
     }
     return true;
 }
@@ -113,11 +115,11 @@ bool end_data_file(int fd, const char *name, int *status)
 int ep_raster(rasterfile *handle, void **buffers, int nr_lines)
 {
     if (int status = check_writer(handle)) return status;
-    if (buffers == nullptr) return VLD_setup_error(12, "Null band buffers");
+    if (buffers == nullptr) return VLD_setup_error(VLD_ERR_INTERNAL, "Null band buffers");
     const int64_t bytes = band_line_bytes(handle);
     for (int i = 0; i < nr_lines; i++)
         for (int b = 0; b < handle->nr_bands; b++) {
-            if (buffers[b] == nullptr) return VLD_setup_error(12, "Null band buffer");
+            if (buffers[b] == nullptr) return VLD_setup_error(VLD_ERR_INTERNAL, "Null band buffer");
             const char *from = static_cast<const char *>(buffers[b]) + i * bytes;
             if (vln_write(handle->fd, from, bytes) != bytes) return write_failure(handle);
         }
@@ -128,7 +130,7 @@ int ep_raster_1band(rasterfile *handle, void *buffer, int nr_lines, int band)
 {
     if (int status = check_writer(handle)) return status;
     if (buffer == nullptr || band < 0 || band >= handle->nr_bands)
-        return VLD_setup_error(12, "Bad band or buffer for a one-band write");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Bad band or buffer for a one-band write");
     const int64_t bytes = band_line_bytes(handle);
     const int64_t before = band * bytes;
     const int64_t after = (handle->nr_bands - band - 1) * bytes;
@@ -145,7 +147,7 @@ int ep_raster_1band_1line(rasterfile *handle, void **buffer, int band, int line)
 {
     if (int status = check_writer(handle)) return status;
     if (buffer == nullptr || *buffer == nullptr || band < 0 || band >= handle->nr_bands || line < 0)
-        return VLD_setup_error(12, "Bad band, line or buffer for a one-line write");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Bad band, line or buffer for a one-line write");
     const int64_t bytes = band_line_bytes(handle);
     // Kept: the header offset isn't part of this position.
     const int64_t at = (static_cast<int64_t>(line) * handle->nr_bands + band) * bytes;

@@ -198,8 +198,9 @@ void compose(double sx, double sy, double rotation, double e, double f, affine &
 
 int invalid_error(int type)
 {
-    return VLD_setup_error(12, type == AFFINE_INVALID ? "Invalid Affine Transformation"
-                                                      : "Affine Transformation contains shearing");
+    return VLD_setup_error(VLD_ERR_INTERNAL, type == AFFINE_INVALID
+                                                 ? "Invalid Affine Transformation"
+                                                 : "Affine Transformation contains shearing");
 }
 
 /* Rotation, cell sizes and translation of a usable transform: the inverse of
@@ -210,7 +211,7 @@ struct Parts {
 
 int decompose(const affine *t, Parts &p)
 {
-    if (!t) return VLD_setup_error(12, "Null structure pointer");
+    if (!t) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     int type = VLN_get_transform_type(t);
     if (type != AFFINE_USABLE) return invalid_error(type);
     p.rotation = std::atan2(-t->b, t->c);
@@ -233,10 +234,10 @@ int get_term(double *value, const affine *t, double Parts::*term)
 int write_numbers(const affine *t, const std::string &target)
 {
     if (fileexists(target.c_str()) && !canwrite(target.c_str()))
-        return VLD_setup_error(5, target.c_str());
+        return VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, target.c_str());
     std::string temp = target + ".tmp";
     FILE *f = std::fopen(temp.c_str(), "w");
-    if (!f) return VLD_setup_error(5, target.c_str());
+    if (!f) return VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, target.c_str());
     const double values[6] = {t->c, t->b, t->a, t->d, t->e, t->f};
     bool ok = true;
     for (int i = 0; i < 6; i++)
@@ -244,7 +245,7 @@ int write_numbers(const affine *t, const std::string &target)
     ok = std::fclose(f) == 0 && ok;
     if (!ok || vln_rename(temp.c_str(), target.c_str()) != 0) {
         std::remove(temp.c_str());
-        return VLD_setup_error(5, target.c_str());
+        return VLD_setup_error(VLD_ERR_CANNOT_WRITE_FILE, target.c_str());
     }
     return 0;
 }
@@ -273,18 +274,18 @@ int VLN_get_transform_type(const affine *t)
 
 int VLN_get_affine_transform(double sx, double sy, double rotation, double e, double f, affine *t)
 {
-    if (!t) return VLD_setup_error(12, "Null structure pointer");
+    if (!t) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     compose(sx, sy, rotation, e, f, *t);
     if (VLN_get_transform_type(t) == AFFINE_INVALID)
-        return VLD_setup_error(12, "Invalid Affine Transformation");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Invalid Affine Transformation");
     return 0;
 }
 
 int VLN_get_affine_transform_from_dshdr(const dshdr *d, affine *t)
 {
-    if (!d || !t) return VLD_setup_error(12, "Null structure pointer");
+    if (!d || !t) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (d->data_type != DT_Raster)
-        return VLD_setup_error(12, "World file for a non-raster dataset");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "World file for a non-raster dataset");
     dscoord centre{};
     if (int status = cvt_cell_to_coord(d, 0.5, 0.5, &centre)) return status;
     if (d->coordspace.coordsystype == CST_LL) {
@@ -296,17 +297,17 @@ int VLN_get_affine_transform_from_dshdr(const dshdr *d, affine *t)
     if (VLN_get_transform_type(t) == AFFINE_INVALID) {
         std::string text = "Invalid Affine Transformation in dataset ";
         text += d->name ? d->name : "";
-        return VLD_setup_error(12, text.c_str());
+        return VLD_setup_error(VLD_ERR_INTERNAL, text.c_str());
     }
     return 0;
 }
 
 int VLN_get_affine_transform_from_world_file(affine *t, const char *path)
 {
-    if (!t) return VLD_setup_error(12, "Null structure pointer");
-    if (!path || !*path) return VLD_setup_error(9);
+    if (!t) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
+    if (!path || !*path) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     FILE *f = open_world_file(path);
-    if (!f) return VLD_setup_error(24, path);
+    if (!f) return VLD_setup_error(VLD_ERR_MESSAGE, path);
     double *const slots[6] = {&t->c, &t->b, &t->a, &t->d, &t->e, &t->f};
     int read = 0;
     while (read < 6 && std::fscanf(f, "%lf", slots[read]) == 1) read++;
@@ -314,7 +315,7 @@ int VLN_get_affine_transform_from_world_file(affine *t, const char *path)
     if (read < 6) {
         char text[1024];
         std::snprintf(text, sizeof text, "%s is not a valid world file.", path);
-        return VLD_setup_error(12, text);
+        return VLD_setup_error(VLD_ERR_INTERNAL, text);
     }
     return 0;
 }
@@ -341,9 +342,9 @@ int VLN_translator_supports_world_files(const char *extensions)
 
 int VLN_add_world_file_params_to_dshdr(dshdr *d, const char *path)
 {
-    if (!d) return VLD_setup_error(12, "Null structure pointer");
+    if (!d) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (d->data_type != DT_Raster)
-        return VLD_setup_error(12, "World file for a non-raster dataset");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "World file for a non-raster dataset");
     affine t{};
     Parts p{};
     if (int status = VLN_get_affine_transform_from_world_file(&t, path)) return status;
@@ -372,8 +373,8 @@ int VLN_add_world_file_params_to_dshdr(dshdr *d, const char *path)
 
 int VLN_write_world_file(const affine *t, const char *image, const char *extensions)
 {
-    if (!t) return VLD_setup_error(12, "Null structure pointer");
-    if (!image || !*image) return VLD_setup_error(9);
+    if (!t) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
+    if (!image || !*image) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     int type = VLN_get_transform_type(t);
     if (type != AFFINE_USABLE) return invalid_error(type);
     char *existing = nullptr;
@@ -391,9 +392,9 @@ int VLN_write_world_file(const affine *t, const char *image, const char *extensi
 
 int VLN_write_world_file_for_dshdr(const dshdr *d)
 {
-    if (!d) return VLD_setup_error(12, "Null structure pointer");
+    if (!d) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (d->dataset_type != DST_Translated || !d->data_file || !*d->data_file)
-        return VLD_setup_error(12, "\nThis is not a translated dataset.");
+        return VLD_setup_error(VLD_ERR_INTERNAL, "\nThis is not a translated dataset.");
     affine t{};
     if (int status = VLN_get_affine_transform_from_dshdr(d, &t)) return status;
     // A relative data file lies beside the header.

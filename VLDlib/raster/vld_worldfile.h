@@ -34,14 +34,14 @@ enum { AFFINE_INVALID = 0, AFFINE_SHEARED = 1, AFFINE_USABLE = 2 };
 /* 0 invalid, 1 contains shearing, 2 usable. */
 VLD_API int VLN_get_transform_type(const affine *transform);
 /* The transform of a rotation (radians) and cell sizes sx, sy, with the
- * translation (e, f); row 12 when the result is invalid. */
+ * translation (e, f); VLD_ERR_INTERNAL when the result is invalid. */
 VLD_API int VLN_get_affine_transform(double sx, double sy, double rotation, double e, double f,
                                      affine *transform);
 /* The transform of a raster header: its rotation and cell sizes, and the
  * coordinate of the centre of cell (0, 0) (degrees in an LL space). */
 VLD_API int VLN_get_affine_transform_from_dshdr(const dshdr *record, affine *transform);
-/* Reads a world file. Fewer than six numbers is row 12, and the terms read
- * stay in `transform`; a file that can't be opened is row 24. */
+/* Reads a world file. Fewer than six numbers is VLD_ERR_INTERNAL, and the terms read
+ * stay in `transform`; a file that can't be opened is VLD_ERR_MESSAGE. */
 VLD_API int VLN_get_affine_transform_from_world_file(affine *transform, const char *path);
 
 /* Looks for the world file of `image`, trying the names of its own extension
@@ -61,7 +61,7 @@ VLD_API int VLN_write_world_file(const affine *transform, const char *image,
 /* The world file of a translated dataset's data file. */
 VLD_API int VLN_write_world_file_for_dshdr(const dshdr *record);
 
-/* Terms of a usable transform: rotation in radians. Row 12 for a transform
+/* Terms of a usable transform: rotation in radians. VLD_ERR_INTERNAL for a transform
  * that is invalid or sheared. */
 VLD_API int VLN_get_rotation(double *value, const affine *transform);
 VLD_API int VLN_get_cellsize_x(double *value, const affine *transform);

@@ -374,7 +374,7 @@ int ep_config(const VLNConfig *c, const char *filename)
 
 int eg_config_standard(VLNConfig **address, const char *directory, const char *name)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     char *path = nullptr;
     if (!directory && !name) {
         path = VLN_get_config_file_name();

@@ -218,10 +218,10 @@ int cp_lut(lut **address, const lut *source)
 
 int eg_lut_standard(lut **address, const char *base, const char *name)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (!name || !*name) {
         *address = static_cast<lut *>(vld::rec_alloc(record));
-        return VLD_setup_error(9);
+        return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
     }
     char *path = standard_path(base, name);
     if (!path) {  // $VORLAN unset: the row is set up already

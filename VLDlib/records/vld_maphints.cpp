@@ -102,7 +102,7 @@ int df_maphints(maphints **address)
 }
 int df_maphints_noalloc(maphints *m)
 {
-    if (!m) return VLD_setup_error(12, "Null structure pointer");
+    if (!m) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     vld::rec_defaults(m, record);
     return 0;
 }

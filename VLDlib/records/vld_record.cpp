@@ -396,7 +396,7 @@ int rec_read(void *record, const char *filename, const Record &r, const void *au
              const char *block)
 {
     IoLock lock;
-    if (!record) return VLD_setup_error(12, "Null structure pointer");
+    if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (r.before_read) r.before_read(record, aux);
     ReadContext ctx{record, &r, aux, nullptr, 0};
     int status = eg_general(&ctx, filename, block ? block : r.block, r.keywords, generic_callback);

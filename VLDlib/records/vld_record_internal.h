@@ -243,11 +243,11 @@ const VLD_KEYWORD *rec_keyword(const Record &r, uint32_t code);
 /* ---------------------------------------------------------------- typed helpers for the C wrappers
  */
 
-/* ea_X(address): 0, or row 12 for a null address. */
+/* ea_X(address): 0, or VLD_ERR_INTERNAL for a null address. */
 template <class T>
 int fam_alloc(T **address, const Record &r)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *address = static_cast<T *>(rec_alloc(r));
     return 0;
 }
@@ -256,7 +256,7 @@ template <class T>
 int fam_get(T **address, const char *filename, const Record &r, const void *aux = nullptr,
             const char *block = nullptr)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     void *record = nullptr;
     int status = rec_get(&record, filename, r, aux, block);
     *address = static_cast<T *>(record);
@@ -266,7 +266,7 @@ int fam_get(T **address, const char *filename, const Record &r, const void *aux 
 template <class T>
 int fam_dup(T **address, const T *source, const Record &r)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *address = static_cast<T *>(rec_dup(source, r));
     return 0;
 }
@@ -274,7 +274,7 @@ int fam_dup(T **address, const T *source, const Record &r)
 template <class T>
 int fam_copy(T *copy, const T *source, const Record &r)
 {
-    if (!copy || !source) return VLD_setup_error(12, "Null structure pointer");
+    if (!copy || !source) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     rec_copy(copy, source, r);
     return 0;
 }
@@ -282,7 +282,7 @@ int fam_copy(T *copy, const T *source, const Record &r)
 template <class T>
 int fam_new_defaults(T **address, const Record &r)
 {
-    if (!address) return VLD_setup_error(12, "Null structure pointer");
+    if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *address = static_cast<T *>(rec_new_defaults(r));
     return 0;
 }

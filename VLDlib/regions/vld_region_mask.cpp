@@ -216,8 +216,9 @@ int region_extents(const regioninfo *region, int *start_row, int *nr_rows, int *
 int setup_edge_table(const regioninfo *region, int start_row, active_edge **table)
 {
     if (!has_polygon(region))
-        return VLD_setup_error(18, region && region->name ? region->name : "");
-    if (!table) return VLD_setup_error(12, "Null structure pointer");
+        return VLD_setup_error(VLD_ERR_REGION_TOO_FEW_POINTS,
+                               region && region->name ? region->name : "");
+    if (!table) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     int nr_rows = 0;
     region_extents(region, nullptr, &nr_rows, nullptr, nullptr);
     build_table(region, start_row, nr_rows, table);
@@ -255,10 +256,11 @@ void free_edge_table(active_edge **table, int nr_rows, active_edge **active)
 
 int get_lineseg_info(const dshdr *record, const regioninfo *region, lineseg_info **list)
 {
-    if (!list || !record) return VLD_setup_error(12, "Null structure pointer");
+    if (!list || !record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *list = nullptr;
     if (!has_polygon(region))
-        return VLD_setup_error(18, region && region->name ? region->name : "");
+        return VLD_setup_error(VLD_ERR_REGION_TOO_FEW_POINTS,
+                               region && region->name ? region->name : "");
     double y0 = 0, y1 = 0;
     region_cell_extents(region, nullptr, nullptr, &y0, &y1);
     // Only the dataset's rows are scanned; edges that begin above the first of

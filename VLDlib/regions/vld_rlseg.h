@@ -122,7 +122,7 @@ VLD_API int region_extents(const regioninfo *region, int *start_row, int *nr_row
                            int *nr_cols);
 
 /* The runs of every line of the dataset that the region covers, in line
- * order, clipped to the dataset's lines and cells. 0, or row 18 with the
+ * order, clipped to the dataset's lines and cells. 0, or VLD_ERR_REGION_TOO_FEW_POINTS with the
  * region's name for a region without a ring of three or more vertices. */
 VLD_API int get_lineseg_info(const dshdr *record, const regioninfo *region, lineseg_info **list);
 VLD_API void free_lineseg_info(lineseg_info **list);

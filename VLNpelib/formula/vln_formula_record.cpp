@@ -166,8 +166,8 @@ int convert_names(char **text, const char *directory,
 
 int new_formula(stream *st, const formula *f, int keep_variable_values)
 {
-    if (!st) return VLD_setup_error(123);
-    if (!f) return VLD_setup_error(91);
+    if (!st) return VLD_setup_error(VLD_ERR_NULL_STREAM);
+    if (!f) return VLD_setup_error(VLD_ERR_NULL_FORMULA);
     const formula &old = st->formula;
     formula nf{};
     nf.name = f->name ? strsave(f->name) : nullptr;
@@ -220,11 +220,11 @@ int new_formula(stream *st, const formula *f, int keep_variable_values)
 
 int new_generic_formula(stream *st, const char *text)
 {
-    if (!text) return VLD_setup_error(87, "Generic formula is NULL");
-    if (!st) return VLD_setup_error(123);
+    if (!text) return VLD_setup_error(VLD_ERR_FORMULA_SYNTAX, "Generic formula is NULL");
+    if (!st) return VLD_setup_error(VLD_ERR_NULL_STREAM);
     ExprNode *tree = nullptr;
     if (char *message = string_to_expr(&tree, text)) {
-        int status = VLD_setup_error(87, message);
+        int status = VLD_setup_error(VLD_ERR_FORMULA_SYNTAX, message);
         safe_free(message);
         return status;
     }
@@ -255,12 +255,14 @@ int new_generic_formula(stream *st, const char *text)
 
 int new_formula_band(formula *f, int input_number, int band_number, const dshdr *header)
 {
-    if (!f) return VLD_setup_error(91);
-    if (!header) return VLD_setup_error(117);
-    if (header->data_type != DT_Raster) return VLD_setup_error(118);
+    if (!f) return VLD_setup_error(VLD_ERR_NULL_FORMULA);
+    if (!header) return VLD_setup_error(VLD_ERR_NULL_DSHDR);
+    if (header->data_type != DT_Raster) return VLD_setup_error(VLD_ERR_RASTER_REQUIRED_HERE);
     const rasterinfo &info = header->info.r;
-    if (band_number < 1 || band_number > info.nr_bands) return VLD_setup_error(122);
-    if (input_number < 1 || input_number > f->nr_args || !f->args) return VLD_setup_error(90);
+    if (band_number < 1 || band_number > info.nr_bands)
+        return VLD_setup_error(VLD_ERR_INVALID_BAND);
+    if (input_number < 1 || input_number > f->nr_args || !f->args)
+        return VLD_setup_error(VLD_ERR_FORMULA_BAD_INPUT_NUMBER);
     formulaarg &arg = f->args[input_number - 1];
     set_band_number(arg, band_number);
     if (arg.band_id) {

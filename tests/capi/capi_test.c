@@ -32,9 +32,11 @@ static void square(void *argument, int index)
 
 static void frame(void)
 {
-    CHECK(VLD_setup_error(1, "x.vld") == 1);
+    /* The row names are plain C constants with the documented numbers. */
+    CHECK(VLD_ERR_CANNOT_OPEN_FILE == 1 && VLD_ERR_OTHER == 196);
+    CHECK(VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, "x.vld") == 1);
     CHECK(strcmp(VLD_error_text(), "Cannot open file \"x.vld\"") == 0);
-    CHECK(VLD_error.code == 1);
+    CHECK(VLD_error.code == VLD_ERR_CANNOT_OPEN_FILE);
 
     char *s = strsave(NULL);
     CHECK(s != NULL && *s == '\0');

@@ -42,7 +42,7 @@ TEST(EnvVars, VorlanDirectory)
         EnvGuard v("VORLAN", value);
         StreamCapture err(StreamCapture::Err);
         EXPECT_EQ(VLN_get_vorlan_dir(), nullptr);
-        EXPECT_EQ(VLD_error.code, 62);
+        EXPECT_EQ(VLD_error.code, VLD_ERR_VORLAN_NOT_SET);
         EXPECT_EQ(err.text(), "Vorlan: VORLAN environment variable not set\n");
     }
 }
@@ -166,7 +166,7 @@ TEST(InstallTree, NoVorlan)
     StreamCapture err(StreamCapture::Err);
     EXPECT_EQ(VLN_get_kernel_dir(), nullptr);
     EXPECT_EQ(VLN_get_lut_name("x"), nullptr);
-    EXPECT_EQ(VLD_error.code, 62);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_VORLAN_NOT_SET);
 }
 
 TEST(InstallTree, Interpreter)
@@ -205,7 +205,7 @@ TEST(InstallTree, DirectoryLists)
 
     EXPECT_EQ(VLN_get_directory_list(dir.at("none").c_str(), ".lut", &count), nullptr);
     EXPECT_EQ(count, 0);
-    EXPECT_EQ(VLD_error.code, 33);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_CANNOT_FIND_DIR);
 }
 
 }  // namespace

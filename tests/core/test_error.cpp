@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "capture.h"
@@ -24,35 +25,75 @@ TEST(ErrorDeathTest, TextIsEmptyBeforeAnyError)
 
 TEST(Error, RowsFormatTheirArguments)
 {
-    EXPECT_EQ(VLD_setup_error(1, "a.vld"), 1);
-    EXPECT_EQ(VLD_error.code, 1);
+    EXPECT_EQ(VLD_setup_error(VLD_ERR_CANNOT_OPEN_FILE, "a.vld"), VLD_ERR_CANNOT_OPEN_FILE);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_CANNOT_OPEN_FILE);
     EXPECT_STREQ(VLD_error_text(), "Cannot open file \"a.vld\"");
 
-    EXPECT_EQ(VLD_setup_error(53, 5, 10), 53);
+    EXPECT_EQ(VLD_setup_error(VLD_ERR_DATA_FILE_TOO_SHORT, 5, 10), VLD_ERR_DATA_FILE_TOO_SHORT);
     EXPECT_STREQ(VLD_error_text(), "Dataset data file size (5) less than expected (10)");
 
-    VLD_setup_error(38, "k");
+    VLD_setup_error(VLD_ERR_BAD_KERNEL_SIZE, "k");
     EXPECT_STREQ(VLD_error_text(), "Bad size for kernel \"k\"\n(rows and columns must be odd)");
 
-    VLD_setup_error(61, 2, "x y");
+    VLD_setup_error(VLD_ERR_LINK_INIT_TOO_FEW, 2, "x y");
     EXPECT_STREQ(VLD_error_text(),
                  "Link init program returned too few (2) parameters.\nParameters were: \"x y\".");
 
-    VLD_setup_error(99);
+    VLD_setup_error(VLD_ERR_DESTINATION_NOT_FOUND);
     EXPECT_STREQ(VLD_error_text(), "Desination chosen not found");  // sic, as users know it
-    VLD_setup_error(128);
+    VLD_setup_error(VLD_ERR_FAKE);
     EXPECT_STREQ(VLD_error_text(), "This is a Fake error and should never be seen");
 }
 
-TEST(Error, TableShape)
+// Callers compare against the numbers, so a name must never move its row.
+TEST(Error, NamesKeepTheirNumbers)
 {
-    EXPECT_STREQ(VLD_errmsg[0], "");
-    EXPECT_STREQ(VLD_errmsg[129], "");
-    EXPECT_STREQ(VLD_errmsg[145], "");
-    for (int row : {24, 49, 59, 144, 196}) EXPECT_STREQ(VLD_errmsg[row], "%s") << row;
-    EXPECT_STREQ(VLD_errmsg[195], "Cannot get current working directory");
-    EXPECT_STREQ(VLD_errmsg[62], "VORLAN environment variable not set");
-    EXPECT_EQ(std::string(VLD_errmsg[158]).substr(0, 31), "Cannot find file or device: \"%s");
+    struct Case {
+        int name;
+        int number;
+        const char *text;
+    };
+    const Case cases[] = {
+        {VLD_ERR_NONE, 0, ""},
+        {VLD_ERR_CANNOT_OPEN_FILE, 1, "Cannot open file \"%s\""},
+        {VLD_ERR_BAD_FORMAT, 7, "VLD file \"%s\" has bad format"},
+        {VLD_ERR_INTERNAL, 12, "Internal error: \"%s\""},
+        {VLD_ERR_MESSAGE, 24, "%s"},
+        {VLD_ERR_GEODETIC_TRANSFORM, 31, "Geodetic transform error: \"%s\""},
+        {VLD_ERR_VDS, 49, "%s"},
+        {VLD_ERR_LINK_INIT, 59, "%s"},
+        {VLD_ERR_TRANSLATOR_SYMBOL, 168, "Error in library (%s) loading symbol (%s)"},
+        {VLD_ERR_EXTRACTOR_SYMBOL, 172, "Error in library (%s) loading symbol (%s)"},
+        {VLD_ERR_OTHER, 196, "%s"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(c.name, c.number);
+        EXPECT_STREQ(VLD_errmsg[c.number], c.text) << c.number;
+    }
+    EXPECT_EQ(VLD_ERRMSG_ROWS, 197);
+}
+
+// Every row's text, byte for byte, against the golden list (one row a line,
+// a newline in a text written as \n).
+TEST(Error, TableMatchesGolden)
+{
+    std::ifstream in(VORLAN_TEST_DATA_DIR "/core/errmsg.golden");
+    ASSERT_TRUE(in);
+    std::string line;
+    int rows = 0;
+    while (std::getline(in, line)) {
+        size_t tab = line.find('\t');
+        ASSERT_NE(tab, std::string::npos) << line;
+        int row = std::stoi(line.substr(0, tab));
+        std::string text = line.substr(tab + 1);
+        for (size_t at = 0; (at = text.find("\\n", at)) != std::string::npos; at++)
+            text.replace(at, 2, "\n");
+        ASSERT_EQ(row, rows);
+        ASSERT_LT(row, VLD_ERRMSG_ROWS);
+        EXPECT_EQ(VLD_errmsg[row], text) << "row " << row;
+        rows++;
+    }
+    EXPECT_EQ(rows, VLD_ERRMSG_ROWS);
 }
 
 TEST(Error, OutOfTableCodeHasEmptyText)
@@ -65,21 +106,21 @@ TEST(Error, OutOfTableCodeHasEmptyText)
 TEST(Error, LongArgumentIsCutAtTheBuffer)
 {
     std::string huge(5000, 'x');
-    VLD_setup_error(24, huge.c_str());
+    VLD_setup_error(VLD_ERR_MESSAGE, huge.c_str());
     EXPECT_EQ(strlen(VLD_error_text()), VLD_ERRBUF_SIZE - 1u);
 }
 
-TEST(Error, VdsErrorUsesRow49)
+TEST(Error, VdsErrorUsesItsRow)
 {
-    EXPECT_EQ(VLD_setup_vds_error("node %d: %s", 3, "failed"), 49);
-    EXPECT_EQ(VLD_error.code, 49);
+    EXPECT_EQ(VLD_setup_vds_error("node %d: %s", 3, "failed"), VLD_ERR_VDS);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_VDS);
     EXPECT_STREQ(VLD_error_text(), "node 3: failed");
 }
 
 TEST(Error, SystemErrorAppendsErrno)
 {
     errno = ENOENT;
-    VLD_setup_system_error(1, "f");
+    VLD_setup_system_error(VLD_ERR_CANNOT_OPEN_FILE, "f");
     EXPECT_STREQ(VLD_error_text(),
                  "Cannot open file \"f\"\nLast system error = 2, No such file or directory");
 }
@@ -115,26 +156,26 @@ TEST(Error, AppendSystemErrorBounds)
 TEST(Error, OutputErrorWritesThreeLines)
 {
     StreamCapture err(StreamCapture::Err);
-    VLD_setup_error(34);
+    VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
     VLD_output_error();
     EXPECT_EQ(err.text(), "VLD Error:\n    34\n    Lines specified are outside dataset range\n");
 }
 
 TEST(Error, AppendingStopsAt511Characters)
 {
-    VLD_setup_error(63);
+    VLD_setup_error(VLD_ERR_LOADING_ALG);
     append_buffer_to_VLD_error("detail");
     EXPECT_STREQ(VLD_error_text(), "Error loading algorithm\ndetail");
     append_buffer_to_VLD_error(nullptr);
     EXPECT_STREQ(VLD_error_text(), "Error loading algorithm\ndetail\n");
 
     std::string long_text(600, 'y');
-    VLD_setup_error(24, long_text.c_str());
+    VLD_setup_error(VLD_ERR_MESSAGE, long_text.c_str());
     append_buffer_to_VLD_error("more");
     EXPECT_EQ(std::string(VLD_error_text()), long_text);
 
     std::string near(505, 'z');
-    VLD_setup_error(24, near.c_str());
+    VLD_setup_error(VLD_ERR_MESSAGE, near.c_str());
     append_buffer_to_VLD_error("0123456789");
     EXPECT_EQ(std::string(VLD_error_text()), near + "\n01234");
 }

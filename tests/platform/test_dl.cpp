@@ -83,12 +83,12 @@ TEST(DlLoad, SharedAndPrivateCopies)
 TEST(DlLoad, Failures)
 {
     EXPECT_EQ(vln_dlopen(0, nullptr, 0), nullptr);
-    EXPECT_EQ(VLD_error.code, 153);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_NULL_LIBRARY_SPEC);
     EXPECT_STREQ(VLD_error_text(), "Null library specification");
 
     for (int private_copy : {0, 1}) {
         EXPECT_EQ(vln_dlopen(0, "/nonexistent/libnope", private_copy), nullptr);
-        EXPECT_EQ(VLD_error.code, 154);
+        EXPECT_EQ(VLD_error.code, VLD_ERR_CANNOT_LOAD_LIBRARY);
         EXPECT_EQ(std::string(VLD_error_text())
                       .rfind("Cannot load library: \"/nonexistent/libnope.so\"\n", 0),
                   0u)
@@ -98,14 +98,14 @@ TEST(DlLoad, Failures)
     void *m = vln_dlopen(0, "libm.so.6.", 0);
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(vln_dlsym(m, "vln_no_such_symbol"), nullptr);
-    EXPECT_EQ(VLD_error.code, 156);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_FUNCTION_NOT_IN_LIBRARY);
     EXPECT_EQ(std::string(VLD_error_text())
                   .rfind("Cannot find function \"vln_no_such_symbol\" in library", 0),
               0u);
     EXPECT_EQ(vln_dlclose(m), 0);
 
     EXPECT_EQ(vln_dlsym(nullptr, "cos"), nullptr);
-    EXPECT_EQ(VLD_error.code, 153);
+    EXPECT_EQ(VLD_error.code, VLD_ERR_NULL_LIBRARY_SPEC);
     EXPECT_EQ(vln_dlclose(nullptr), 153);
 }
 

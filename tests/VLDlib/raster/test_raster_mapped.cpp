@@ -304,7 +304,7 @@ TEST(RasterMapped, AFileThatShrinksUnderItsMappingFailsReadsCleanly)
         EXPECT_NE(VLD_raster_mmget_cells(h, 0, 0, buffer), nullptr) << ras::error_text();
         for (int line : {1, 6}) {
             EXPECT_EQ(VLD_raster_mmget_cells(h, line, 2, buffer), nullptr);
-            EXPECT_EQ(VLD_error.code, 4);
+            EXPECT_EQ(VLD_error.code, VLD_ERR_CANNOT_READ_FILE);
             EXPECT_EQ(ras::error_text(), "Cannot read from file \"" + ds.data + "\"");
         }
         VLD_raster_mmfree_buf(h, &buffer);

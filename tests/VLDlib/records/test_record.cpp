@@ -40,7 +40,9 @@ void inner_before_read(void *, const void *)
  * missing datum. */
 int inner_after_read(void *r, const void *)
 {
-    return static_cast<Inner *>(r)->b < 0 ? VLD_setup_error(30, "negative B") : 0;
+    return static_cast<Inner *>(r)->b < 0
+               ? VLD_setup_error(VLD_ERR_INVALID_COORDSPACE, "negative B")
+               : 0;
 }
 bool inner_empty(const void *r, const void *)
 {
