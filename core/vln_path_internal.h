@@ -18,8 +18,9 @@ VLD_BEGIN_DECLS
 typedef int (*VLN_header_probe)(const char *vld_path, char **datafile, int *has_algorithm);
 
 /* Registers the header reader; null removes it. Without one, no header can be
- * read. Exported so that tests can stand in for the header module. */
-VLD_API void VLN_set_header_probe(VLN_header_probe probe);
+ * read. Tests, which link the library's objects, stand in for the header
+ * module through it; it isn't exported. */
+void VLN_set_header_probe(VLN_header_probe probe);
 
 VLD_END_DECLS
 

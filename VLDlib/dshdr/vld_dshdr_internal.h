@@ -185,14 +185,4 @@ void cache_embedded_algorithm(const std::string &key, const struct algorithm *a)
 
 }  // namespace vld
 
-VLD_BEGIN_DECLS
-
-/* Deep comparison of two records of the header's family, named by their block
- * ("DatasetHeader", "CoordinateSpace", "RasterInfo", ...): 1 when equal, 0 when
- * not, -1 for a block of no record here. Exported for the tests, which can't
- * reach the descriptors otherwise. */
-VLD_API int VLD_dshdr_record_equal(const char *block, const void *a, const void *b);
-
-VLD_END_DECLS
-
 #endif

@@ -126,34 +126,31 @@ bool same_file(const char *a, const char *b, const char *base)
 
 }  // namespace vld
 
-int VLD_dshdr_record_equal(const char *block, const void *a, const void *b)
-{
-    static const struct {
-        const char *block;
-        const vld::Record &(*record)();
-    } records[] = {
-        {"DatasetHeader", vld::dshdr_record},
-        {"CoordinateSpace", vld::coordspace_record},
-        {"Dscoord", vld::dscoord_record},
-        {"Extents", vld::extents_record},
-        {"RasterInfo", vld::rasterinfo_record},
-        {"BandId", vld::bandid_record},
-        {"VectorInfo", vld::vectorinfo_record},
-        {"FFTInfo", vld::fftinfo_record},
-        {"RadarInfo", vld::radarinfo_record},
-        {"RegionInfo", vld::vld_regioninfo_record},
-        {"RGBcolour", vld::rgbcolour_record},
-        {"Stats", vld::msstats_record},
-        {"SensorInfo", vld::sensorinfo_record},
-        {"FiducialInfo", vld::fiducialinfo_record},
-        {"FiducialPoint", vld::fiducialpoint_record},
-        {"WarpControl", vld::vld_warp_control_record},
-        {"Correction", vld::correction_record},
-        {"GivenOrthoInfo", vld::orthoinfo_record},
-        {"MapToMapInfo", vld::map_to_map_info_record},
-    };
-    for (const auto &r : records)
-        if (block && VLD_strcasecmp(block, r.block) == 0)
-            return vld::rec_equal(a, b, r.record()) ? 1 : 0;
-    return -1;
-}
+namespace {
+
+/* The dataset header's records in the one index of records. */
+const vld::RecordEntry header_records[] = {
+    {"DatasetHeader", vld::dshdr_record},
+    {"CoordinateSpace", vld::coordspace_record},
+    {"Dscoord", vld::dscoord_record},
+    {"Extents", vld::extents_record},
+    {"RasterInfo", vld::rasterinfo_record},
+    {"BandId", vld::bandid_record},
+    {"VectorInfo", vld::vectorinfo_record},
+    {"FFTInfo", vld::fftinfo_record},
+    {"RadarInfo", vld::radarinfo_record},
+    {"RegionInfo", vld::vld_regioninfo_record},
+    {"RGBcolour", vld::rgbcolour_record},
+    {"Stats", vld::msstats_record},
+    {"SensorInfo", vld::sensorinfo_record},
+    {"FiducialInfo", vld::fiducialinfo_record},
+    {"FiducialPoint", vld::fiducialpoint_record},
+    {"WarpControl", vld::vld_warp_control_record},
+    {"Correction", vld::correction_record},
+    {"GivenOrthoInfo", vld::orthoinfo_record},
+    {"MapToMapInfo", vld::map_to_map_info_record},
+};
+
+const vld::RecordRegistration header_registration(header_records, vld::count_of(header_records));
+
+}  // namespace

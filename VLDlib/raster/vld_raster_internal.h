@@ -125,6 +125,11 @@ bool end_data_file(int fd, const char *name, int *status);
 // Moves an open handle's window, keeping its bands.
 int reopen_window(rasterfile *handle, int first_line, int nr_lines, int first_cell, int nr_cells);
 
+/* The line readers of the IFUT and AImage layouts, which have no exported
+ * name: the open installs them as the handle's reader. */
+int rd_ifut(rasterfile *handle, void **buffers, int first_line, int nr_lines);
+int rd_aimage(rasterfile *handle, void **buffers, int first_line, int nr_lines);
+
 }  // namespace vld_raster
 
 #endif

@@ -24,9 +24,6 @@
 
 using namespace vld_raster;
 
-int rd_ifut(rasterfile *handle, void **buffers, int first_line, int nr_lines);
-int rd_aimage(rasterfile *handle, void **buffers, int first_line, int nr_lines);
-
 namespace {
 
 void reset(rasterfile *h)

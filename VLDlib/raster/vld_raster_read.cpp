@@ -17,9 +17,6 @@
 
 using namespace vld_raster;
 
-int rd_ifut(rasterfile *handle, void **buffers, int first_line, int nr_lines);
-int rd_aimage(rasterfile *handle, void **buffers, int first_line, int nr_lines);
-
 namespace {
 
 int check_request(const rasterfile *h, void **buffers, int first_line, int nr_lines)
@@ -150,7 +147,7 @@ int rd_vld_list_reverse(rasterfile *handle, void **buffers, int first_line, int 
 }
 
 // IFUT: whole 32-bit words, swapped, then the window's bytes copied out.
-int rd_ifut(rasterfile *h, void **buffers, int first_line, int nr_lines)
+int vld_raster::rd_ifut(rasterfile *h, void **buffers, int first_line, int nr_lines)
 {
     if (int status = check_request(h, buffers, first_line, nr_lines)) return status;
     const Layout layout = layout_of_handle(h);
@@ -169,7 +166,7 @@ int rd_ifut(rasterfile *h, void **buffers, int first_line, int nr_lines)
 }
 
 // AImage: the window's cells of all bands in one read, then picked apart.
-int rd_aimage(rasterfile *h, void **buffers, int first_line, int nr_lines)
+int vld_raster::rd_aimage(rasterfile *h, void **buffers, int first_line, int nr_lines)
 {
     if (int status = check_request(h, buffers, first_line, nr_lines)) return status;
     const Layout layout = layout_of_handle(h);

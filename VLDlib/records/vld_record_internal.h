@@ -174,9 +174,10 @@ struct Record {
     bool (*equal_extra)(const void *a, const void *b) = nullptr;
 };
 
-/* The number of fields of a static array, for Record::nfields. */
-template <size_t N>
-constexpr size_t count_of(const Field (&)[N])
+/* The number of elements of a static array, for Record::nfields and the
+ * tables of the index. */
+template <typename T, size_t N>
+constexpr size_t count_of(const T (&)[N])
 {
     return N;
 }
@@ -315,9 +316,29 @@ const Record &vld_dlinkparam_record();
 const Record &vld_userparam_record();
 const Record &vld_statsfile_record();
 
+/* ---------------------------------------------------------------- the index of records
+
+   One index maps the name of a record's own block to its descriptor, for code
+   that holds a record and knows only what it is called. Each part adds its
+   table once, at load time, through a RecordRegistration at file scope; the
+   records of this folder are in vld_record_index.cpp. */
+
+struct RecordEntry {
+    const char *block;
+    const Record &(*record)();
+};
+
+struct RecordRegistration {
+    RecordRegistration(const RecordEntry *entries, size_t count);
+};
+
 /* The descriptor of the record whose own block is `block` (without regard to
- * case), from the index in vld_record_index.cpp; null when there is none. */
+ * case); null when there is none. */
 const Record *rec_by_block(const char *block);
+
+/* Deep comparison of two records of the type whose own block is `block`: 1
+ * when equal, 0 when not, -1 for a block without a record. */
+int rec_equal_by_block(const char *block, const void *a, const void *b);
 
 /* ---------------------------------------------------------------- records owned elsewhere */
 
@@ -332,14 +353,5 @@ const Record &vld_regioninfo_record();
 void vld_config_load_once();
 
 }  // namespace vld
-
-VLD_BEGIN_DECLS
-
-/* Deep comparison of two records of the type whose own block is `block`: 1
- * when equal, 0 when not, -1 for a block without a record. Exported for the
- * tests, which can't reach the descriptors otherwise. */
-VLD_API int VLD_record_equal(const char *block, const void *a, const void *b);
-
-VLD_END_DECLS
 
 #endif

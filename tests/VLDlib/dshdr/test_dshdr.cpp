@@ -41,14 +41,14 @@ TEST_P(DshdrGolden, ReadsWritesGoldenAndReadsBackEqual)
     // The text says the current version; the record keeps the one it was read with.
     safe_free(first->version);
     first->version = strsave(DSHDR_CURRENT_VERSION);
-    EXPECT_EQ(VLD_dshdr_record_equal("DatasetHeader", first.d, second.d), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("DatasetHeader", first.d, second.d), 1);
 
     // And a deep copy is equal too, and owns all it holds.
     dshdr *copy = nullptr;
     ASSERT_EQ(cp_dshdr(&copy, second.d), 0);
     ef_dshdr(second.d);
     second.d = nullptr;
-    EXPECT_EQ(VLD_dshdr_record_equal("DatasetHeader", first.d, copy), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("DatasetHeader", first.d, copy), 1);
     ef_dshdr(copy);
 }
 
@@ -72,7 +72,7 @@ TEST(DshdrGolden, CameraFileRoundTrip)
     ASSERT_EQ(ep_cam_file(first, path.c_str()), 0) << dsh::error_text();
     EXPECT_EQ(dsh::masked(dsh::slurp(path)), dsh::slurp(dsh::kDataDir + "camera.cam.golden"));
     ASSERT_EQ(eg_cam_file(&second, path.c_str()), 0) << dsh::error_text();
-    EXPECT_EQ(VLD_dshdr_record_equal("SensorInfo", first, second), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("SensorInfo", first, second), 1);
     EXPECT_DOUBLE_EQ(second->focal_length, 152.82);
     ASSERT_NE(second->fiducialinfo, nullptr);
     ASSERT_NE(second->fiducialinfo->points[FIDUCIAL_BottomRight], nullptr);

@@ -279,7 +279,7 @@ TEST(WarpControl, ControlPointListsOfEveryGeneration)
         ASSERT_EQ(ep_dshdr(h.d, path.c_str()), 0);
         Header again(path);
         ASSERT_EQ(again.status, 0) << dsh::error_text();
-        EXPECT_EQ(VLD_dshdr_record_equal("WarpControl", w, again->info.r.warp_control), 1);
+        EXPECT_EQ(vld::rec_equal_by_block("WarpControl", w, again->info.r.warp_control), 1);
     }
 }
 
@@ -387,7 +387,7 @@ TEST(RegionStats, WritesWhatIsSetAndReadsItBack)
     safe_free(m->null_cells);
     m->null_cells = nullptr;
     m->subsample_rate = 0;
-    EXPECT_EQ(VLD_dshdr_record_equal("Stats", m, back), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("Stats", m, back), 1);
     ef_msstats(back);
 
     msstats *copy = nullptr;
@@ -500,7 +500,7 @@ TEST(SensorInfo, DefaultsCopiesAndFiducials)
     EXPECT_EQ(target->fiducialinfo, kept);
     EXPECT_STREQ(target->camera_model, "RMK");
     EXPECT_EQ(target->fiducialinfo->points[FIDUCIAL_MiddleTop]->is_locked, 1);
-    EXPECT_EQ(VLD_dshdr_record_equal("SensorInfo", target, s), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("SensorInfo", target, s), 1);
     ef_sensorinfo(target);
     ef_sensorinfo(s);
 

@@ -120,7 +120,7 @@ TEST_P(DocsGolden, ReadsWritesGoldenTextAndReadsBackEqual)
 
     void *second = nullptr;
     ASSERT_EQ(c.read(&second, output.c_str()), 0) << VLD_error.text;
-    EXPECT_EQ(VLD_record_equal(c.block, first, second), 1);
+    EXPECT_EQ(vld::rec_equal_by_block(c.block, first, second), 1);
     c.free(first);
     c.free(second);
 }
@@ -221,7 +221,7 @@ TEST(CellInfoTest, DefaultsAndCopy)
     c->z_overlap = 7;
     cellinfo copy{};
     ASSERT_EQ(cp_cellinfo_noalloc(&copy, c), 0);
-    EXPECT_EQ(VLD_record_equal("CellInfo", &copy, c), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("CellInfo", &copy, c), 1);
     ef_cellinfo(c);
 }
 
@@ -282,11 +282,11 @@ TEST(DocsTest, LargeLookupTableReadsAndWritesBack)
     ASSERT_EQ(ep_lut(l, (dir / "copy.lut").c_str()), 0);
     lut *again = nullptr;
     ASSERT_EQ(eg_lut(&again, (dir / "copy.lut").c_str()), 0);
-    EXPECT_EQ(VLD_record_equal("LookUpTable", l, again), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("LookUpTable", l, again), 1);
     lut *copy = nullptr;
     ASSERT_EQ(cp_lut(&copy, l), 0);
     EXPECT_NE(copy->entries, l->entries);
-    EXPECT_EQ(VLD_record_equal("LookUpTable", l, copy), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("LookUpTable", l, copy), 1);
     ef_lut(l);
     ef_lut(again);
     ef_lut(copy);
@@ -331,7 +331,7 @@ TEST(DocsTest, BlocksNamedByTheCaller)
     ASSERT_EQ(ep_allowed_spec(&a, (dir / "a.txt").c_str(), "Choices"), 0);
     allowed *back = nullptr;
     ASSERT_EQ(eg_allowed_spec(&back, (dir / "a.txt").c_str(), "Choices"), 0) << VLD_error.text;
-    EXPECT_EQ(VLD_record_equal("AllowedValues", &a, back), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("AllowedValues", &a, back), 1);
     ef_allowed(back);
     back = nullptr;
     EXPECT_EQ(eg_allowed(&back, (dir / "a.txt").c_str()), 7);  // expects AllowedValues
@@ -360,7 +360,7 @@ TEST(DocsTest, UserParametersCopyAloneAndFreeAsAList)
     ASSERT_EQ(eg_userparam(&first, (kDataDir + "userparam.in").c_str()), 0) << VLD_error.text;
     ASSERT_EQ(ea_userparam(&second), 0);
     ASSERT_EQ(cp_userparam_noalloc(second, first), 0);
-    EXPECT_EQ(VLD_record_equal("UserParameter", first, second), 1);
+    EXPECT_EQ(vld::rec_equal_by_block("UserParameter", first, second), 1);
     EXPECT_NE(second->dlinkparam, first->dlinkparam);
     EXPECT_NE(second->allowed_values.values, first->allowed_values.values);
     ASSERT_EQ(second->allowed_values.nr_values, 3);
