@@ -9,6 +9,7 @@
  * their own, which also guards the list of private copies.
  */
 #include "vln_path_internal.h"
+#include "vln_guard_internal.h"
 
 #include <dlfcn.h>
 #include <link.h>
@@ -26,14 +27,6 @@ namespace {
 
 vln_mutex dl_lock;                             // zeroed storage: alive at first use
 std::map<void *, std::string> private_copies;  // handle -> copy to remove, under dl_lock
-
-// Takes dl_lock for the life of a scope.
-struct DlLock {
-    DlLock() { vln_mutex_begin(&dl_lock); }
-    ~DlLock() { vln_mutex_end(&dl_lock); }
-    DlLock(const DlLock &) = delete;
-    DlLock &operator=(const DlLock &) = delete;
-};
 
 bool has_library_suffix(const std::string &name)
 {
@@ -131,7 +124,7 @@ void *vln_dlopen(int /*flags*/, const char *path, int private_copy)
         return nullptr;
     }
     std::string name = library_file(path);
-    DlLock lock;
+    vln::Guard lock(&dl_lock);
     if (private_copy) return open_private_copy(name);
     void *handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
     return handle != nullptr ? handle : load_failed(name, loader_error());
@@ -154,7 +147,7 @@ void *vln_dlsym(void *handle, const char *name)
 int vln_dlclose(void *handle)
 {
     if (handle == nullptr) return VLD_setup_error(VLD_ERR_NULL_LIBRARY_SPEC);
-    DlLock lock;
+    vln::Guard lock(&dl_lock);
     std::string file = loaded_file(handle);
     int rc = dlclose(handle);
     std::string reason = rc != 0 ? loader_error() : "";
@@ -176,6 +169,6 @@ int vln_symexists_inproc(const char *name)
 
 int vln_symexists(int /*flags*/, const char *name)
 {
-    DlLock lock;
+    vln::Guard lock(&dl_lock);
     return main_program_has(name) ? 1 : 0;
 }

@@ -8,13 +8,9 @@
 
 #include "vld_alg_internal.h"
 #include "vln_path.h"
+#include "vln_guard_internal.h"
 
 namespace {
-
-struct IoLock {
-    IoLock() { vld_mutex_on(); }
-    ~IoLock() { vld_mutex_off(); }
-};
 
 const vld::Record &rec()
 {
@@ -42,7 +38,7 @@ class EmbeddedScope {
 int read_algorithm(algorithm **address, const char *name, bool inner)
 {
     if (!address) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     vld::ReadScope read_scope;
     std::string key = inner ? vld::document_key(name) : std::string();
     if (inner && (*address = vld::cached_embedded_algorithm(key, name)) != nullptr) return 0;
@@ -107,7 +103,7 @@ int eg_algorithm_standard(algorithm **record, const char *directory, const char 
 
 int eg_algorithm_with_transients(algorithm **record, const char *name)
 {
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     int32_t saved = read_transients;
     read_transients = 1;
     int status = eg_algorithm(record, name);
@@ -120,7 +116,7 @@ namespace {
 int write_algorithm(algorithm *record, const char *name, bool inner)
 {
     if (!record) return 0;
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     EmbeddedScope scope(inner);
     int status = vld::rec_write(record, name, rec(), nullptr, "Algorithm");
     return status;
@@ -140,7 +136,7 @@ int ep_vds_algorithm(algorithm *record, const char *name)
 
 int ep_algorithm_with_transients(algorithm *record, const char *name)
 {
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     int32_t saved = write_transients;
     write_transients = 1;
     int status = ep_algorithm(record, name);

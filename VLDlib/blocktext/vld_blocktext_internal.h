@@ -19,6 +19,7 @@
 #include <string>
 
 #include "vld_blocktext.h"
+#include "vln_guard_internal.h"
 
 namespace vld_bt {
 
@@ -118,14 +119,9 @@ class CLocaleGuard {
     locale_t old_;
 };
 
-/* Holds vld_mutex_on for its lifetime. */
-class MutexGuard {
-   public:
-    MutexGuard() { vld_mutex_on(); }
-    ~MutexGuard() { vld_mutex_off(); }
-    MutexGuard(const MutexGuard &) = delete;
-    MutexGuard &operator=(const MutexGuard &) = delete;
-};
+/* The block-text lock: the scanner and the parser have one input at a time,
+ * so a whole read or write of a document holds it. */
+extern vln_mutex vld_mutex;
 
 /* `text` cut to `limit` bytes, for messages that quote a value. */
 std::string clip_text(const std::string &text, size_t limit = 100);

@@ -20,9 +20,9 @@
 #include "vld_error_internal.h"
 #include "vln_path.h"
 
-namespace {
+vln_mutex vld_bt::vld_mutex;
 
-vln_mutex vld_mutex;
+namespace {
 
 std::vector<char *> parent_paths;
 
@@ -141,18 +141,18 @@ using namespace vld_bt;
 
 void vld_mutex_on(void)
 {
-    vln_mutex_begin(&vld_mutex);
+    vln_mutex_begin(&vld_bt::vld_mutex);
 }
 
 void vld_mutex_off(void)
 {
-    vln_mutex_end(&vld_mutex);
+    vln_mutex_end(&vld_bt::vld_mutex);
 }
 
 int eg_general(void *record, const char *filename, const char *block, const VLD_KEYWORD *table,
                VLD_CALLBACK callback)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     SavedInput *outer = nullptr;
     char *parent = nullptr;
     int errors = 0;
@@ -207,7 +207,7 @@ int eg_general(void *record, const char *filename, const char *block, const VLD_
 int eg_from_buffer(const char *text, VLD_READER reader, void *address_of_record)
 {
     if (text == nullptr || reader == nullptr) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     SavedInput *outer = lex_is_open() ? lex_set_aside() : nullptr;
     int errors = 0;
     VLD_init_lexer(1, &errors, nullptr, text);
@@ -245,7 +245,8 @@ int32_t list_value(const char *text, int32_t *)
 template <class T>
 int list_to_array(T **result, textnode *list, int expected)
 {
-    MutexGuard lock;  // a count that doesn't match is reported on the open input
+    vln::Guard lock(
+        &vld_bt::vld_mutex);  // a count that doesn't match is reported on the open input
     int n = list_length(list);
     if (expected != -1 && expected != n) report_list_count(expected, n);
     T *values = nullptr;
@@ -277,7 +278,8 @@ int conv_list_to_INT32_array(int32_t **result, textnode *list, int expected)
 
 int conv_list_to_2Darray(double ***result, textnode *list, int rows, int columns)
 {
-    MutexGuard lock;  // a count that doesn't match is reported on the open input
+    vln::Guard lock(
+        &vld_bt::vld_mutex);  // a count that doesn't match is reported on the open input
     int n = list_length(list);
     if (result != nullptr) *result = nullptr;
     long long product = static_cast<long long>(rows) * columns;
@@ -318,14 +320,14 @@ void VLD_free_textnodes(textnode *list)
 void VLD_push_parent_path(char *path)
 {
     if (path == nullptr) return;
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     parent_paths.push_back(path);
 }
 
 void VLD_pop_parent_path(const char *path)
 {
     if (path == nullptr) return;
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (parent_paths.empty()) return;
     safe_free(parent_paths.back());
     parent_paths.pop_back();
@@ -334,6 +336,6 @@ void VLD_pop_parent_path(const char *path)
 
 const char *VLD_get_parent_path(void)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     return parent_paths.empty() ? nullptr : parent_paths.back();
 }

@@ -334,7 +334,7 @@ using namespace vld_bt;
 
 int ep_general(void *record, const char *filename, const char *block, VLD_BLOCK_WRITER writer)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     ParentGuard parent(filename);
     if (filename == nullptr && !buffer_requested) {
         if (!W.open) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
@@ -375,7 +375,7 @@ int ep_to_buffer(void *record, VLD_DOC_WRITER writer, char **text)
 {
     if (text != nullptr) *text = nullptr;
     if (writer == nullptr || text == nullptr) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     buffer_requested = true;
     buffer_ready = false;
     int status = writer(record, nullptr);
@@ -388,7 +388,7 @@ int ep_to_buffer(void *record, VLD_DOC_WRITER writer, char **text)
 
 void ep_line(const void *value, uint32_t code, const VLD_KEYWORD *table)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     const VLD_KEYWORD *k = find_code(table, code);
     if (k == nullptr) return fail(VLD_ERR_INTERNAL, "Bad structure member code");
     if (value == nullptr) return;
@@ -399,13 +399,13 @@ void ep_line(const void *value, uint32_t code, const VLD_KEYWORD *table)
 
 void ep_raw_line(const char *text)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     emit_line(text != nullptr ? text : "");
 }
 
 void ep_bandwidth(const double *value, uint32_t code, const VLD_KEYWORD *table)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     const VLD_KEYWORD *k = find_code(table, code);
     if (k == nullptr) return fail(VLD_ERR_INTERNAL, "Bad structure member code");
     if (value == nullptr) return;
@@ -415,7 +415,7 @@ void ep_bandwidth(const double *value, uint32_t code, const VLD_KEYWORD *table)
 
 void ep_lr_struct_element(const char *name, const char *text)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (name == nullptr) return;
     emit_line(padded(quoted(name)) + "= " + quoted(text));
 }
@@ -424,7 +424,7 @@ void ep_lr_struct_element(const char *name, const char *text)
 
 void ep_array(const double *values, int rows, int columns)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (values == nullptr) rows = 0;
     write_rows(rows, [&](int r) {
         std::string line;
@@ -436,7 +436,7 @@ void ep_array(const double *values, int rows, int columns)
 
 void ep_text_array(char *const *strings)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (strings == nullptr) return;
     int count = 0;
     while (strings[count] != nullptr) count++;
@@ -445,7 +445,7 @@ void ep_text_array(char *const *strings)
 
 void ep_lut_entries(const void *entries, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     const auto *lut = static_cast<const VLD_LUT_ENTRY *>(entries);
     if (lut == nullptr) count = 0;
     write_rows(count, [&](int i) {
@@ -455,7 +455,7 @@ void ep_lut_entries(const void *entries, int count)
 
 void ep_rgb_colours(const uint16_t *entries, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (entries == nullptr) count = 0;
     write_rows(count, [&](int i) {
         const uint16_t *c = entries + 3 * static_cast<size_t>(i);
@@ -465,7 +465,7 @@ void ep_rgb_colours(const uint16_t *entries, int count)
 
 void ep_c24_colours(const uint8_t *entries, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (entries == nullptr) count = 0;
     write_rows(count, [&](int i) {
         const uint8_t *c = entries + 3 * static_cast<size_t>(i);
@@ -475,21 +475,21 @@ void ep_c24_colours(const uint8_t *entries, int count)
 
 void ep_c8_colours(const uint8_t *entries, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (entries == nullptr) count = 0;
     write_rows(count, [&](int i) { return format("\t%3d", entries[i]); });
 }
 
 void ep_rescol_entries(const uint8_t *entries, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (entries == nullptr) count = 0;
     write_rows(count, [&](int i) { return format("\t%u", entries[i]); });
 }
 
 void ep_rescol24_entries(const uint8_t *entries, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (entries == nullptr) count = 0;
     write_rows(count, [&](int i) {
         const uint8_t *c = entries + 3 * static_cast<size_t>(i);
@@ -499,7 +499,7 @@ void ep_rescol24_entries(const uint8_t *entries, int count)
 
 void ep_trxyval_entries(const double *pairs, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (pairs == nullptr) count = 0;
     write_rows(count, [&](int i) {
         return format("\t%f\t%f\t", pairs[2 * static_cast<size_t>(i)],
@@ -509,7 +509,7 @@ void ep_trxyval_entries(const double *pairs, int count)
 
 void ep_hist_entries(const int32_t *counts, int count)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (counts == nullptr) count = 0;
     write_rows((count + 9) / 10, [&](int line) {
         std::string text = "\t";
@@ -521,7 +521,7 @@ void ep_hist_entries(const int32_t *counts, int count)
 
 void ep_region_points(const VLD_POINTNODE *points)
 {
-    MutexGuard lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     int count = 0;
     for (const VLD_POINTNODE *p = points; p != nullptr; p = p->next) count++;
     const VLD_POINTNODE *p = points;

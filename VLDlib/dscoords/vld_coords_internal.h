@@ -20,16 +20,9 @@
 #include <string>
 
 #include "vld_coords.h"
+#include "vln_guard_internal.h"
 
 namespace vld {
-
-/* Holds VLN_GLOBAL_GDT_MUTEX for one scope. */
-struct GdtLock {
-    GdtLock() { vln_mutex_begin(&VLN_GLOBAL_GDT_MUTEX); }
-    ~GdtLock() { vln_mutex_end(&VLN_GLOBAL_GDT_MUTEX); }
-    GdtLock(const GdtLock &) = delete;
-    GdtLock &operator=(const GdtLock &) = delete;
-};
 
 /* The engine's entry points, as the coordinate module exports them. */
 struct CoordEngine {

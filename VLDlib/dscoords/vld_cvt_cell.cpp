@@ -173,7 +173,7 @@ int projected_ll_cell_to_coord(const dshdr *dsh, const vld::CellGeometry &g, dou
     dscoord reg;
     int status;
     {
-        vld::GdtLock lock;  // the cached ids stay valid only inside the lock
+        vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);  // the cached ids stay valid only inside the lock
         status =
             vld::engine_pass(vld::cached_geodetic_sys(cs.datum),
                              vld::cached_coord_sys(cs.datum, cs.projection, "METERS"), g.reg, reg);
@@ -185,7 +185,7 @@ int projected_ll_cell_to_coord(const dshdr *dsh, const vld::CellGeometry &g, dou
     status = cvt_cell_to_coord_ex(&copy, cell_x, cell_y, &en, c, s);
     if (status) return status;
 
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     status = vld::engine_pass(vld::cached_coord_sys(cs.datum, cs.projection, "METERS"),
                               vld::cached_geodetic_sys(cs.datum), en, *out);
     return status ? VLD_ERR_GEODETIC_TRANSFORM : 0;

@@ -73,7 +73,7 @@ std::string text(const char *s)
 
 void vld::set_coord_engine(const CoordEngine *table)
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     flush_coord_caches();
     engine = table;
     handler_installed = false;
@@ -86,7 +86,7 @@ const vld::CoordEngine *vld::coord_engine()
 
 int vld::cached_coord_sys(const char *datum, const char *projection, const char *units)
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     std::string d = text(datum), p = text(projection), u = text(units);
     CacheEntry *found = nullptr;
     for (CacheEntry &e : caches.spaces) {
@@ -123,7 +123,7 @@ int vld::cached_coord_sys(const char *datum, const char *projection, const char 
 
 int vld::cached_geodetic_sys(const char *datum)
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     std::string d = text(datum);
     if (caches.geodetic_valid && caches.geodetic_datum == d) return caches.geodetic_id;
     if (caches.geodetic_valid) delete_id(caches.geodetic_id);
@@ -138,7 +138,7 @@ int vld::cached_geodetic_sys(const char *datum)
 
 void vld::flush_coord_caches()
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     for (CacheEntry &e : caches.spaces)
         if (e.used) delete_id(e.id);
     if (caches.geodetic_valid) delete_id(caches.geodetic_id);
@@ -153,7 +153,7 @@ void vld::flush_coord_caches()
 
 int vld::cached_datum_radius(const char *datum, double &radius)
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     std::string d = text(datum);
     if (caches.radius_valid && caches.radius_datum == d) {
         radius = caches.radius;
@@ -176,13 +176,13 @@ int vld::cached_datum_radius(const char *datum, double &radius)
 
 int vld::coord_cache_size()
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     return caches.next_free;
 }
 
 bool vld::coord_cache_holds(const char *datum, const char *projection, const char *units)
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     for (const CacheEntry &e : caches.spaces)
         if (e.used && e.datum == text(datum) && e.projection == text(projection) &&
             e.units == text(units))
@@ -192,7 +192,7 @@ bool vld::coord_cache_holds(const char *datum, const char *projection, const cha
 
 int vld::engine_pass(int source, int target, const dscoord &in, dscoord &out)
 {
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     if (!engine)
         return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, "no coordinate engine is available");
     ensure_handler();
@@ -226,7 +226,7 @@ double get_meter_factor_from_datum_proj(const char *datum, const char *projectio
     if (std::strcmp(datum, "RAW") == 0 || std::strcmp(projection, "GEODETIC") == 0) return 1.0;
     // The unit sizes live in the engine's tables; without the engine every
     // space counts in metres.
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     if (!engine || !engine->inq_coord_sys) return 1.0;
     int id = vld::cached_coord_sys(datum, projection, units);
     if (id <= 0) return 1.0;
@@ -241,7 +241,7 @@ char *get_units_from_datum_proj(const char *datum, const char *projection, const
 {
     if (!datum || !projection || !units || std::strcmp(datum, "RAW") == 0) return strsave("Meters");
     if (std::strcmp(projection, "GEODETIC") == 0) return strsave("Decimal Degrees");
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     if (engine && engine->inq_coord_sys) {
         int id = vld::cached_coord_sys(datum, projection, units);
         char label[64] = "";
@@ -261,7 +261,7 @@ int VLN_coordspace_valid(const coordspace *space)
         VLD_strcasecmp(space->units, "meters") == 0)
         return 1;
     if (std::strcmp(space->projection, "LOCAL") == 0) return 1;
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     if (!engine || !engine->crelock_coord_sys) return 0;
     ensure_handler();
     int id = engine->crelock_coord_sys(space->datum, space->projection, space->units);

@@ -72,7 +72,7 @@ int engine_convert(const coordspace *src, int st, const dscoord &in, const coord
         return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM, text);
     }
     // Ids from the caches stay valid only inside the lock.
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     if (st == CST_EN && tt == CST_LL)
         return vld::engine_pass(vld::cached_coord_sys(src->datum, src->projection, src->units),
                                 vld::cached_geodetic_sys(dst->datum), in, out);
@@ -309,7 +309,7 @@ int distance_coords_meters(const coordspace *space, const dscoord *a, const dsco
     }
     // Along the sphere of the datum's radius. The radius is taken as the datum
     // table holds it: in metres whatever the datum's own unit.
-    vld::GdtLock lock;
+    vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
     double radius;
     if (int status = vld::cached_datum_radius(space->datum, radius)) return status;
     vld::SpaceCopy en(space, CST_EN);  // degrees, for a geodetic space

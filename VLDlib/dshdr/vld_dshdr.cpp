@@ -21,6 +21,7 @@
 #include "vld_dshdr_internal.h"
 #include "vld_worldfile.h"
 #include "vln_path.h"
+#include "vln_guard_internal.h"
 
 const VLD_ENUM ev_DataSetType[] = {{DST_None, "None"},
                                    {DST_Unknown, "Unknown"},
@@ -59,14 +60,6 @@ vld::DshdrReadState *state_of(const void *aux)
 }
 
 using vld::keep_status;
-
-/* Holds the record I/O lock for a scope. */
-struct IoLock {
-    IoLock() { vld_mutex_on(); }
-    ~IoLock() { vld_mutex_off(); }
-    IoLock(const IoLock &) = delete;
-    IoLock &operator=(const IoLock &) = delete;
-};
 
 enum : uint32_t {
     DH_VERSION = 1,
@@ -447,7 +440,7 @@ void setup_raster(dshdr &d, const char *name)
 int write_header(dshdr *d, const char *name, const vld::Record &r)
 {
     if (!d) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     char *translated = nullptr;
     if (name && d->dataset_type == DST_Translated) {
         translated = VLN_replace_ext(name, ".vld");
@@ -606,7 +599,7 @@ int dshdr_is_fft(const dshdr *record)
 int ep_cam_file(const sensorinfo *sensor, const char *name)
 {
     if (!name || !*name) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     dshdr d{};
     setup_raster(d, name);
     d.dataset_type = DST_None;
@@ -623,7 +616,7 @@ int eg_cam_file(sensorinfo **sensor, const char *name)
     if (!sensor) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *sensor = nullptr;
     if (!name || !*name) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     dshdr d{};
     vld::DshdrReadState state;
     int status = vld::read_dshdr_document(&d, name, state);

@@ -22,15 +22,9 @@
 #include "vld_worldfile.h"
 #include "vln_path.h"
 #include "vln_path_internal.h"
+#include "vln_guard_internal.h"
 
 namespace {
-
-struct IoLock {
-    IoLock() { vld_mutex_on(); }
-    ~IoLock() { vld_mutex_off(); }
-    IoLock(const IoLock &) = delete;
-    IoLock &operator=(const IoLock &) = delete;
-};
 
 bool ends_with(const char *name, const char *ending)
 {
@@ -159,7 +153,7 @@ int setup_virtual(dshdr *d, const char *name)
  * for VLN_fspec_clashes. */
 int probe_header(const char *vld_path, char **datafile, int *has_algorithm)
 {
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     dshdr d{};
     vld::DshdrReadState state;
     int status = vld::rec_read(&d, vld_path, vld::dshdr_record(), &state);
@@ -185,7 +179,7 @@ int eg_dshdr(dshdr **record, const char *name)
     if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     *record = nullptr;
     if (vld::empty_text(name)) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     // Within one read each header is read once; later requests get a copy.
     vld::ReadScope scope;
     std::string key = vld::document_key(name);
@@ -267,7 +261,7 @@ int eg_dshdr_standard(dshdr **record, const char *directory, const char *name)
 int VLN_can_write_dshdr(const char *name)
 {
     if (vld::empty_text(name)) return VLD_setup_error(VLD_ERR_NULL_FILE_SPEC);
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     dshdr *d = nullptr;
     if (eg_dshdr(&d, name)) return VLD_setup_error(VLD_ERR_INVALID_FILE_TYPE, name);
     char *vld = VLN_replace_ext(name, ".vld");

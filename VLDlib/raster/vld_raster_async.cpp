@@ -17,6 +17,7 @@
 #include "vld_raster.h"
 #include "vln_fileio.h"
 #include "vln_thread.h"
+#include "vln_guard_internal.h"
 
 int vln_reent_lib = 1;  // this library is built for threads
 
@@ -43,24 +44,13 @@ struct vln_aread {
 
 namespace {
 
-class Locked {
-   public:
-    explicit Locked(vln_aread *h) : h_(h) { vln_mutex_begin(&h_->lock); }
-    ~Locked() { vln_mutex_end(&h_->lock); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-
-   private:
-    vln_aread *h_;
-};
-
 void *worker(void *argument)
 {
     auto *h = static_cast<vln_aread *>(argument);
     for (;;) {
         Request r;
         {
-            Locked guard(h);
+            vln::Guard guard(&h->lock);
             if (h->queued.empty() || h->stop) {
                 h->running = false;
                 return nullptr;
@@ -70,7 +60,7 @@ void *worker(void *argument)
         }
         int64_t got = vln_pread64(h->fd, r.buffer, r.length, r.position);
         r.result = got < 0 ? -1 : static_cast<int>(got);
-        Locked guard(h);
+        vln::Guard guard(&h->lock);
         h->done.push_back(r);
     }
 }
@@ -103,7 +93,7 @@ vln_aread *vln_aread_open(const char *path)
 int vln_aread_read(vln_aread *handle, void *buffer, int64_t position, int length)
 {
     if (handle == nullptr || buffer == nullptr || position < 0 || length < 0) return -1;
-    Locked guard(handle);
+    vln::Guard guard(&handle->lock);
     Request r;
     if (!handle->free_list.empty()) handle->free_list.pop_front();
     r.ticket = handle->next_ticket++;
@@ -120,7 +110,7 @@ int vln_aread_wait(vln_aread *handle, int ticket)
     if (handle == nullptr) return -1;
     for (;;) {
         {
-            Locked guard(handle);
+            vln::Guard guard(&handle->lock);
             auto is_ticket = [ticket](const Request &r) { return r.ticket == ticket; };
             auto d = std::find_if(handle->done.begin(), handle->done.end(), is_ticket);
             if (d != handle->done.end()) {
@@ -142,7 +132,7 @@ int vln_aread_close(vln_aread *handle)
     if (handle == nullptr) return 0;
     for (;;) {
         {
-            Locked guard(handle);
+            vln::Guard guard(&handle->lock);
             handle->stop = true;
             if (!handle->running) break;
         }

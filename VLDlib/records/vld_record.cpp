@@ -15,6 +15,7 @@
 #include <string>
 
 #include "vld_record_internal.h"
+#include "vln_guard_internal.h"
 
 int32_t read_transients = 0;
 int32_t write_transients = 0;
@@ -24,14 +25,6 @@ namespace vld {
 namespace {
 
 constexpr double kDegreesPerRadian = 180.0 / M_PI;
-
-/* Holds the one record I/O lock for the length of a scope. */
-struct IoLock {
-    IoLock() { vld_mutex_on(); }
-    ~IoLock() { vld_mutex_off(); }
-    IoLock(const IoLock &) = delete;
-    IoLock &operator=(const IoLock &) = delete;
-};
 
 /* What ep_general hands back to frame_writer: the record and how to write it. */
 struct WriteFrame {
@@ -395,7 +388,7 @@ void *rec_new_defaults(const Record &r)
 int rec_read(void *record, const char *filename, const Record &r, const void *aux,
              const char *block)
 {
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
     if (r.before_read) r.before_read(record, aux);
     ReadContext ctx{record, &r, aux, nullptr, 0};
@@ -408,7 +401,7 @@ int rec_read(void *record, const char *filename, const Record &r, const void *au
 int rec_get(void **address, const char *filename, const Record &r, const void *aux,
             const char *block)
 {
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     *address = rec_alloc(r);
     return rec_read(*address, filename, r, aux, block);
 }
@@ -418,7 +411,7 @@ int rec_get(void **address, const char *filename, const Record &r, const void *a
 int rec_write(const void *record, const char *filename, const Record &r, const void *aux,
               const char *block)
 {
-    IoLock lock;
+    vln::Guard lock(&vld_bt::vld_mutex);
     const char *name = block ? block : r.block;
     if (!record) return ep_general(nullptr, filename, name, frame_writer);
     if (r.empty && r.empty(record, aux)) return 0;

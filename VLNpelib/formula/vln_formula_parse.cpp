@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "vln_formula_internal.h"
+#include "vln_guard_internal.h"
 
 namespace vlnf {
 
@@ -54,13 +55,6 @@ std::string g_message;
 int g_sigma_depth;
 const char *g_token_text;
 int g_token_length;
-
-struct Lock {
-    Lock() { vln_mutex_begin(&g_formula_mutex); }
-    ~Lock() { vln_mutex_end(&g_formula_mutex); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-};
 
 std::string format(const char *fmt, ...) VLD_PRINTF(1, 2);
 std::string format(const char *fmt, ...)
@@ -796,7 +790,7 @@ using namespace vlnf;
 char *string_to_expr(ExprNode **tree, const char *text)
 {
     if (tree) *tree = nullptr;
-    Lock lock;
+    vln::Guard lock(&g_formula_mutex);
     g_error_count = 0;
     g_message.clear();
     g_sigma_depth = 0;
