@@ -30,7 +30,7 @@ vld::AlgReadState *state_of(const void *aux)
     return static_cast<vld::AlgReadState *>(const_cast<void *>(aux));
 }
 
-bool embedded = false;
+thread_local bool embedded_writing = false;
 
 enum : uint32_t {
     AL_VERSION = 1,
@@ -295,7 +295,8 @@ void write_byte(const vld::WriteContext &ctx)
  * dataset header. */
 void read_dpi(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
-    if (!read_transients && !embedded) return;
+    vld::AlgReadState *state = state_of(ctx.aux);
+    if (!read_transients && !(state && state->embedded)) return;
     double v = st->type == VTYPE_INT ? st->value.i : st->value.d;
     algorithm &a = alg_of(ctx.record);
     (ctx.field->code == AL_DPI_ACROSS ? a.dots_per_inch_across : a.dots_per_inch_down) = v;
@@ -308,7 +309,7 @@ void write_dpi(const vld::WriteContext &ctx)
 }
 bool omit_dpi(const void *, const void *)
 {
-    return !write_transients && !embedded;
+    return !write_transients && !embedded_writing;
 }
 
 void read_canvas(vld::ReadContext &ctx, VLD_STATEMENT *)
@@ -639,11 +640,11 @@ const vld::Record &vld::vld_algorithm_record()
     return al_record;
 }
 
-bool vld::embedded_io()
+bool vld::embedded_write()
 {
-    return embedded;
+    return embedded_writing;
 }
-void vld::set_embedded_io(bool on)
+void vld::set_embedded_write(bool on)
 {
-    embedded = on;
+    embedded_writing = on;
 }

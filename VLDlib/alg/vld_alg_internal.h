@@ -51,6 +51,7 @@ streaminput *copy_streaminputs(const streaminput *chain);
 /* The state of one Algorithm read, handed down as the aux of its record: what
  * the old forms of the document leave for the end of the read. */
 struct AlgReadState {
+    bool embedded = false; /* inside a dataset header: dots per inch are read */
     vld::CoordspaceSpecial cs;
     int32_t old_display_mode = 0;
     char *old_lookup_table = nullptr;
@@ -92,10 +93,12 @@ surface *surface_at(const algorithm &a, int index);
 surface *append_surface(algorithm &a, surface *s, surface *last = nullptr);
 stream *append_stream(surface *s, stream *st, stream *last = nullptr);
 
-/* Whether the algorithm being read or written is embedded in a dataset
- * header: its dots-per-inch values then go with it as with transients. */
-bool embedded_io();
-void set_embedded_io(bool on);
+/* Whether the algorithm being written is embedded in a dataset header: its
+ * dots-per-inch values then go with it as with transients. A read carries
+ * the same in its AlgReadState; a write has no state of its own, so this is
+ * the calling thread's, set for the length of one write. */
+bool embedded_write();
+void set_embedded_write(bool on);
 
 /* Reads an Algorithm document into `alg` (from ea_algorithm) and finishes
  * it as an embedded one: no layers are set up, so no dataset is opened and no

@@ -17,12 +17,12 @@ const vld::Record &rec()
     return vld::vld_algorithm_record();
 }
 
-/* Marks the algorithm being read or written as one inside a dataset header
- * (or not) for the length of a call. */
+/* Marks the algorithm being written as one inside a dataset header (or not)
+ * for the length of a call. */
 class EmbeddedScope {
    public:
-    explicit EmbeddedScope(bool on) : outer_(vld::embedded_io()) { vld::set_embedded_io(on); }
-    ~EmbeddedScope() { vld::set_embedded_io(outer_); }
+    explicit EmbeddedScope(bool on) : outer_(vld::embedded_write()) { vld::set_embedded_write(on); }
+    ~EmbeddedScope() { vld::set_embedded_write(outer_); }
     EmbeddedScope(const EmbeddedScope &) = delete;
     EmbeddedScope &operator=(const EmbeddedScope &) = delete;
 
@@ -46,8 +46,8 @@ int read_algorithm(algorithm **address, const char *name, bool inner)
     vld::OpenDocument open(inner ? nullptr : name);
     if (open.refused()) return open.refuse(name);
     vld::vld_config_load_once();
-    EmbeddedScope scope(inner);
     vld::AlgReadState state;
+    state.embedded = inner;
     int status = vld::rec_read(*address, name, rec(), &state, "Algorithm");
     if (!status) status = vld::finish_read(**address, name, state);
     if (!status && !inner) status = vld::setup_layers(*address);
@@ -202,8 +202,8 @@ int vld::read_embedded_algorithm(algorithm **slot)
 {
     ef_algorithm(*slot);
     *slot = static_cast<algorithm *>(rec_alloc(rec()));
-    EmbeddedScope scope(true);
     vld::AlgReadState state;
+    state.embedded = true;
     int status = rec_read(*slot, nullptr, rec(), &state);
     if (!status) status = vld::finish_read(**slot, nullptr, state);
     return status;
@@ -218,8 +218,8 @@ void vld::write_embedded_algorithm(const algorithm *alg)
 
 int vld::read_algorithm_document(algorithm *alg, const char *filename)
 {
-    EmbeddedScope scope(true);
     vld::AlgReadState state;
+    state.embedded = true;
     int status = rec_read(alg, filename, rec(), &state, "Algorithm");
     if (!status) status = vld::finish_read(*alg, nullptr, state);
     return status;

@@ -49,16 +49,27 @@ bool has_weights(const kernel &k)
     return k.type == KT_Convolution || k.type == KT_Threshold;
 }
 
-/* What one Kernel block leaves for the end of its read. Kernel blocks don't
- * nest, and all reading runs under the block-text lock, so one instance
- * serves every read; before_read resets it. */
+/* What one Kernel block leaves for the end of its read; each read has its
+ * own, as the aux of the read. */
 struct KernelReading {
     bool has_directory = false;
     std::string directory;
     std::string parent;     /* the document's place while it was read */
     size_t array_count = 0; /* values in the Array list read so far */
 };
-KernelReading reading;
+
+void *new_kernel_reading()
+{
+    return new KernelReading;
+}
+void free_kernel_reading(void *state)
+{
+    delete static_cast<KernelReading *>(state);
+}
+KernelReading &kernel_reading(const void *aux)
+{
+    return vld::read_state<KernelReading>(aux);
+}
 
 enum : uint32_t {
     KE_DIRECTORY = 1,
@@ -101,7 +112,7 @@ const kernel &kn(const void *r)
 }
 
 /* Drops an Array whose size doesn't fit Rows and Columns, once both are known. */
-void check_array_size(kernel &k)
+void check_array_size(kernel &k, const KernelReading &reading)
 {
     if (!k.array || k.rows <= 0 || k.columns <= 0) return;
     size_t expected = cell_count(k.rows, k.columns);
@@ -112,8 +123,9 @@ void check_array_size(kernel &k)
     k.array = nullptr;
 }
 
-void read_directory(vld::ReadContext &, VLD_STATEMENT *st)
+void read_directory(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
+    KernelReading &reading = kernel_reading(ctx.aux);
     reading.has_directory = true;
     const char *parent = VLD_get_parent_path();
     reading.parent = parent ? parent : "";
@@ -132,7 +144,7 @@ void read_size(vld::ReadContext &ctx, VLD_STATEMENT *st)
         rf_report_error(rows ? "Bad number of rows (must be odd)"
                              : "Bad number of cols (must be odd)");
     (rows ? k.rows : k.columns) = value;
-    check_array_size(k);
+    check_array_size(k, kernel_reading(ctx.aux));
 }
 
 void read_array(vld::ReadContext &ctx, VLD_STATEMENT *st)
@@ -143,12 +155,13 @@ void read_array(vld::ReadContext &ctx, VLD_STATEMENT *st)
     std::vector<double> values;
     safe_free(k.array);
     k.array = nullptr;
+    KernelReading &reading = kernel_reading(ctx.aux);
     reading.array_count = 0;
     if (!vld::list_to_doubles(list, values, "Array") || values.empty()) return;
     k.array = static_cast<double *>(malloc_or_die(values.size() * sizeof(double)));
     std::memcpy(k.array, values.data(), values.size() * sizeof(double));
     reading.array_count = values.size();
-    check_array_size(k);
+    check_array_size(k, kernel_reading(ctx.aux));
 }
 
 void write_array(const vld::WriteContext &ctx)
@@ -181,17 +194,12 @@ void ke_init(void *r)
     as<kernel>(r).scale_factor = 1.0;
 }
 
-void ke_before_read(void *, const void *)
-{
-    reading = KernelReading{};
-}
-
 /* A Name given with a Directory is a ".ker" file: the two are joined, the
  * extension is supplied when missing, and the file is looked for in the
  * kernel directory of the installation and then beside the document being
  * read. A name that is found nowhere stays joined. A Name without a Directory
  * is kept as written: it may be a plain title ("Default Kernel"). */
-void resolve_name(kernel &k)
+void resolve_name(kernel &k, const KernelReading &reading)
 {
     if (!reading.has_directory || !k.name || !*k.name || VLN_path_is_abs(k.name)) return;
     char *joined = nullptr;
@@ -234,7 +242,7 @@ void resolve_name(kernel &k)
 }
 
 /* Rows and Columns that never came leave no window at all. */
-int ke_after_read(void *r, const void *)
+int ke_after_read(void *r, const void *aux)
 {
     kernel &k = as<kernel>(r);
     // Without Type a kernel is a convolution, as df_kernel makes it; left at
@@ -245,8 +253,7 @@ int ke_after_read(void *r, const void *)
         safe_free(k.array);
         k.array = nullptr;
     }
-    resolve_name(k);
-    reading = KernelReading{};
+    resolve_name(k, kernel_reading(aux));
     if (!sized) return VLD_setup_error(VLD_ERR_BAD_KERNEL_SIZE, k.name ? k.name : "");
     return 0;
 }
@@ -333,11 +340,12 @@ const vld::Record ke_record = {
     .nfields = vld::count_of(ke_fields),
     .size = sizeof(kernel),
     .init = ke_init,
-    .before_read = ke_before_read,
     .after_read = ke_after_read,
     .free_extra = ke_free_extra,
     .copy_extra = ke_copy_extra,
     .equal_extra = ke_equal_extra,
+    .new_read_state = new_kernel_reading,
+    .free_read_state = free_kernel_reading,
 };
 
 }  // namespace

@@ -166,22 +166,27 @@ const VLD_KEYWORD sm_keywords[] = {
 /* ---------------------------------------------------------------- the state of one read */
 
 /* What a Stream block leaves for its end: the directory of its dataset, the
- * generated vector type of an old form, and whether a formula came. Streams
- * don't nest, so one state serves; before_read resets it. */
+ * generated vector type of an old form, and whether a formula came. Each read
+ * of a stream has its own, as the aux of the read. */
 struct StreamRead {
-    const void *record = nullptr;
     char *directory = nullptr;
     int32_t generated = 0;
     bool formula_seen = false;
     int colours8 = -1, colours24 = -1; /* colours read into the transient arrays */
+    ~StreamRead() { safe_free(directory); }
 };
-StreamRead stream_read;
 
-void start_read(const void *record)
+void *new_stream_read()
 {
-    safe_free(stream_read.directory);
-    stream_read = {};
-    stream_read.record = record;
+    return new StreamRead;
+}
+void free_stream_read(void *state)
+{
+    delete static_cast<StreamRead *>(state);
+}
+StreamRead &stream_read(const void *aux)
+{
+    return vld::read_state<StreamRead>(aux);
 }
 
 bool is_link(const stream &s)
@@ -273,9 +278,9 @@ void write_dataset(const vld::WriteContext &ctx)
 
 void read_directory(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
-    if (stream_read.record != ctx.record) start_read(ctx.record);
-    safe_free(stream_read.directory);
-    stream_read.directory = st->value.s;
+    StreamRead &state = stream_read(ctx.aux);
+    safe_free(state.directory);
+    state.directory = st->value.s;
     st->value.s = nullptr;
 }
 
@@ -295,8 +300,7 @@ void read_surface_id(vld::ReadContext &ctx, VLD_STATEMENT *st)
 
 void read_generated(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
-    if (stream_read.record != ctx.record) start_read(ctx.record);
-    stream_read.generated = st->value.i;
+    stream_read(ctx.aux).generated = st->value.i;
 }
 
 /* Resolves the dataset name as it was read. */
@@ -386,8 +390,7 @@ void read_colours8(vld::ReadContext &ctx, VLD_STATEMENT *st)
     stream &s = as<stream>(ctx.record);
     textnode *list = st->value.list;
     st->value.list = nullptr;
-    if (stream_read.record != ctx.record) start_read(ctx.record);
-    stream_read.colours8 = read_colours(list, s.colours8, 1, "ColourList8bit");
+    stream_read(ctx.aux).colours8 = read_colours(list, s.colours8, 1, "ColourList8bit");
 }
 void write_colours8(const vld::WriteContext &ctx)
 {
@@ -407,8 +410,7 @@ void read_colours24(vld::ReadContext &ctx, VLD_STATEMENT *st)
     stream &s = as<stream>(ctx.record);
     textnode *list = st->value.list;
     st->value.list = nullptr;
-    if (stream_read.record != ctx.record) start_read(ctx.record);
-    stream_read.colours24 = read_colours(list, s.colours24, 3, "ColourList24bit");
+    stream_read(ctx.aux).colours24 = read_colours(list, s.colours24, 3, "ColourList24bit");
 }
 void write_colours24(const vld::WriteContext &ctx)
 {
@@ -462,8 +464,7 @@ void write_class8(const vld::WriteContext &ctx)
 void read_formula(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     stream &s = as<stream>(ctx.record);
-    if (stream_read.record != ctx.record) start_read(ctx.record);
-    stream_read.formula_seen = true;
+    stream_read(ctx.aux).formula_seen = true;
     vld::rec_free_contents(&s.formula, vld::vld_formula_record());
     keep_status(ctx, vld::rec_read(&s.formula, nullptr, vld::vld_formula_record()));
 }
@@ -523,34 +524,29 @@ void sm_init(void *r)
     s.surface_id = 1;
 }
 
-void sm_before_read(void *r, const void *)
-{
-    start_read(r);
-}
-
-int sm_after_read(void *r, const void *)
+int sm_after_read(void *r, const void *aux)
 {
     stream &s = as<stream>(r);
-    bool own = stream_read.record == r;
+    const StreamRead &state = stream_read(aux);
     // A stream without Type is a pseudocolour layer, as the default stream
     // is; left at 0 it could not be written back.
     if (s.type == 0) s.type = ST_Pseudo;
-    vld::upgrade_vector_types(s, own ? stream_read.generated : 0);
-    resolve_dataset(s, own ? stream_read.directory : nullptr);
+    vld::upgrade_vector_types(s, state.generated);
+    resolve_dataset(s, state.directory);
     if (vld::empty_text(s.file_extent) && !vld::empty_text(s.dataset)) {
         char *ext = VLN_get_ext(s.dataset);
         if (!vld::empty_text(ext)) vld::replace_text(s.file_extent, ext);
         safe_free(ext);
     }
-    if (!(own && stream_read.formula_seen)) df_formula_noalloc(&s.formula);
+    if (!state.formula_seen) df_formula_noalloc(&s.formula);
     set_default_class_colour(s);
     if (is_vector_overlay(s) && vld::empty_text(s.dataset)) s.turned_off = 1;
     // Transient colour arrays must hold as many colours as ColourList.
-    if (s.colours8 && !(own && stream_read.colours8 == s.nr_rgb_colours)) {
+    if (s.colours8 && state.colours8 != s.nr_rgb_colours) {
         safe_free(s.colours8);
         s.colours8 = nullptr;
     }
-    if (s.colours24 && !(own && stream_read.colours24 == s.nr_rgb_colours)) {
+    if (s.colours24 && state.colours24 != s.nr_rgb_colours) {
         safe_free(s.colours24);
         s.colours24 = nullptr;
     }
@@ -559,7 +555,6 @@ int sm_after_read(void *r, const void *)
         for (int32_t i = 0; i < 3 * s.nr_rgb_colours; i++)
             s.colours24[i] = static_cast<uint8_t>(s.rgb_colours[i] >> 8);
     relink(s);
-    if (own) start_read(nullptr);
     return 0;
 }
 
@@ -790,12 +785,13 @@ const vld::Record sm_record = {
     .nfields = vld::count_of(sm_fields),
     .size = sizeof(stream),
     .init = sm_init,
-    .before_read = sm_before_read,
     .after_read = sm_after_read,
     .before_write = sm_before_write,
     .free_extra = sm_free_extra,
     .copy_extra = sm_copy_extra,
     .equal_extra = sm_equal_extra,
+    .new_read_state = new_stream_read,
+    .free_read_state = free_stream_read,
 };
 
 }  // namespace

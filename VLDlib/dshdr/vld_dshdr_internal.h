@@ -90,7 +90,10 @@ void write_embedded_algorithm(const struct algorithm *alg);
 int read_dshdr_document(dshdr *record, const char *filename, DshdrReadState &state);
 
 /* The Version of the header being read (null when unknown); control point
- * lists take their layout from it. */
+ * lists take their layout from it. This one piece of reading state doesn't
+ * travel as an aux: the WarpControl block that needs it sits below RasterInfo,
+ * whose blocks take the coordinate space as their aux. It is set by the
+ * header's reader and read under the same hold of the block-text lock. */
 const char *document_version();
 void set_document_version(const char *version);
 

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "vld_record_internal.h"
@@ -390,6 +391,9 @@ int rec_read(void *record, const char *filename, const Record &r, const void *au
 {
     vln::Guard lock(&vld_bt::vld_mutex);
     if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
+    std::unique_ptr<void, void (*)(void *)> state(r.new_read_state ? r.new_read_state() : nullptr,
+                                                  r.free_read_state);
+    if (state) aux = state.get();
     if (r.before_read) r.before_read(record, aux);
     ReadContext ctx{record, &r, aux, nullptr, 0};
     int status = eg_general(&ctx, filename, block ? block : r.block, r.keywords, generic_callback);

@@ -172,7 +172,21 @@ struct Record {
     void (*free_extra)(void *record) = nullptr;
     void (*copy_extra)(void *dst, const void *src) = nullptr;
     bool (*equal_extra)(const void *a, const void *b) = nullptr;
+    /* A record whose reading leaves something for its end has a state of its
+     * own for each read: new_read_state makes it and free_read_state drops
+     * it, and for that read it stands as the aux of the record (before_read,
+     * the fields' readers, after_read) and of the blocks it holds. So every
+     * read carries its own state, and nothing is kept between reads. */
+    void *(*new_read_state)() = nullptr;
+    void (*free_read_state)(void *state) = nullptr;
 };
+
+/* The reading state of a record with new_read_state, from its aux. */
+template <typename T>
+T &read_state(const void *aux)
+{
+    return *static_cast<T *>(const_cast<void *>(aux));
+}
 
 /* The number of elements of a static array, for Record::nfields and the
  * tables of the index. */
