@@ -235,16 +235,25 @@ bool equal_array(const void *p, const void *q, const ArgArray &a)
     return true;
 }
 
-/* How many blocks of each kind the Formula being read has had. Formula blocks
- * don't nest, so one state serves; before_read resets it. */
-struct {
-    const void *record;
-    int32_t read[4];
-} args_read;
+/* What the Formula being read leaves for later: how many blocks of each kind
+ * it has had, and its Directory. Each read has its own, as the aux of the read. */
+struct FormulaReading {
+    int32_t read[4] = {0, 0, 0, 0};
+    char *directory = nullptr;
+    ~FormulaReading() { safe_free(directory); }
+};
 
-void track(const void *record)
+void *new_formula_reading()
 {
-    if (args_read.record != record) args_read = {record, {0, 0, 0, 0}};
+    return new FormulaReading;
+}
+void free_formula_reading(void *state)
+{
+    delete static_cast<FormulaReading *>(state);
+}
+FormulaReading &formula_reading(const void *aux)
+{
+    return vld::read_state<FormulaReading>(aux);
 }
 
 /* Resizes an argument array to n records, zeroing the new ones. */
@@ -266,10 +275,9 @@ void read_count(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
     const ArgArray &a = array_by_count(ctx.field->code);
     size_t k = static_cast<size_t>(&a - kArrays);
-    track(ctx.record);
     int32_t n = st->value.i;
     char text[96];
-    if (args_read.read[k] > 0) {
+    if (formula_reading(ctx.aux).read[k] > 0) {
         std::snprintf(text, sizeof text, "%s must stand before the %s blocks", a.count_word,
                       a.block_word);
         rf_report_error(text);
@@ -287,8 +295,7 @@ void read_arg_block(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     const ArgArray &a = array_by_block(ctx.field->code);
     size_t k = static_cast<size_t>(&a - kArrays);
-    track(ctx.record);
-    int32_t i = args_read.read[k]++;
+    int32_t i = formula_reading(ctx.aux).read[k]++;
     if (i >= kMaxArgs) {
         rf_report_error("Too many formula arguments");
         void *scratch = vld::rec_alloc(*a.rec);
@@ -352,15 +359,11 @@ const ArgArray &array_by_block(uint32_t code)
 }
 
 /* The directory that came with the formula, kept until the block ends. */
-struct {
-    const void *record;
-    char *directory;
-} formula_directory;
-
 void read_directory(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
-    safe_free(formula_directory.directory);
-    formula_directory = {ctx.record, st->value.s};
+    FormulaReading &reading = formula_reading(ctx.aux);
+    safe_free(reading.directory);
+    reading.directory = st->value.s;
     st->value.s = nullptr;
 }
 
@@ -376,19 +379,10 @@ void write_name(const vld::WriteContext &ctx)
     vld::rec_write_line(ctx, &as<formula>(ctx.record).name);
 }
 
-void fo_before_read(void *r, const void *)
-{
-    args_read = {r, {0, 0, 0, 0}};
-    safe_free(formula_directory.directory);
-    formula_directory = {r, nullptr};
-}
-
-int fo_after_read(void *r, const void *)
+int fo_after_read(void *r, const void *aux)
 {
     formula &f = as<formula>(r);
-    if (formula_directory.record == r) join_directory(f.name, formula_directory.directory);
-    safe_free(formula_directory.directory);
-    formula_directory = {nullptr, nullptr};
+    join_directory(f.name, formula_reading(aux).directory);
     return 0;
 }
 
@@ -450,11 +444,12 @@ const vld::Record fo_record = {
     .nfields = vld::count_of(fo_fields),
     .size = sizeof(formula),
     .defaults = fo_defaults,
-    .before_read = fo_before_read,
     .after_read = fo_after_read,
     .free_extra = fo_free_extra,
     .copy_extra = fo_copy_extra,
     .equal_extra = fo_equal_extra,
+    .new_read_state = new_formula_reading,
+    .free_read_state = free_formula_reading,
 };
 
 template <class T>
