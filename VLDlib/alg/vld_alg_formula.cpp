@@ -243,7 +243,7 @@ struct FormulaReading {
     ~FormulaReading() { safe_free(directory); }
 };
 
-void *new_formula_reading()
+void *new_formula_reading(const void *)
 {
     return new FormulaReading;
 }

@@ -58,7 +58,7 @@ struct KernelReading {
     size_t array_count = 0; /* values in the Array list read so far */
 };
 
-void *new_kernel_reading()
+void *new_kernel_reading(const void *)
 {
     return new KernelReading;
 }

@@ -176,7 +176,7 @@ struct StreamRead {
     ~StreamRead() { safe_free(directory); }
 };
 
-void *new_stream_read()
+void *new_stream_read(const void *)
 {
     return new StreamRead;
 }

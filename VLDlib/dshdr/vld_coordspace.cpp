@@ -77,20 +77,32 @@ const VLD_KEYWORD cs_keywords[] = {
     {CS_LATITUDE_RADIUS, "LatitudeRadius", VTYPE_FLOAT, nullptr},
     {0, nullptr, 0, nullptr}};
 
-/* What the old keywords of the block being read said. A CoordinateSpace block
- * never holds another, so one set serves; before_read clears it. */
+/* What the old keywords of the block being read said, and the special
+ * reader's record that the read came with (or null). Each read has its own,
+ * as the aux of the read. */
 struct Legacy {
+    vld::CoordspaceSpecial *special = nullptr;
     bool has_projection_type = false;
     bool has_zone = false;
     int32_t projection_type = PT_None;
     int32_t zone = 0;
     cellinfo *old_cellinfo = nullptr;
-} legacy;
+    ~Legacy() { ef_cellinfo(old_cellinfo); }
+};
 
-void reset_legacy()
+void *new_legacy(const void *aux)
 {
-    ef_cellinfo(legacy.old_cellinfo);
-    legacy = Legacy{};
+    auto *state = new Legacy;
+    state->special = static_cast<vld::CoordspaceSpecial *>(const_cast<void *>(aux));
+    return state;
+}
+void free_legacy(void *state)
+{
+    delete static_cast<Legacy *>(state);
+}
+Legacy &legacy_of(const void *aux)
+{
+    return vld::read_state<Legacy>(aux);
 }
 
 coordspace &cs_of(void *r)
@@ -113,20 +125,23 @@ void replace(char *&slot, const char *text)
     slot = strsave(text);
 }
 
-void read_projection_type(vld::ReadContext &, VLD_STATEMENT *st)
+void read_projection_type(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
+    Legacy &legacy = legacy_of(ctx.aux);
     legacy.has_projection_type = true;
     legacy.projection_type = st->value.i;
 }
 
-void read_zone(vld::ReadContext &, VLD_STATEMENT *st)
+void read_zone(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
+    Legacy &legacy = legacy_of(ctx.aux);
     legacy.has_zone = true;
     legacy.zone = st->value.i;
 }
 
 void read_old_cellinfo(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
+    Legacy &legacy = legacy_of(ctx.aux);
     if (!legacy.old_cellinfo) ea_cellinfo(&legacy.old_cellinfo);
     int status = vld::rec_read(legacy.old_cellinfo, nullptr, vld::vld_cellinfo_record());
     if (status && !ctx.status) ctx.status = status;
@@ -157,8 +172,7 @@ void cs_before_read(void *r, const void *aux)
     cs.coordsystype = CST_None;
     cs.rotation = 0.0;
     cs.meter_factor = 1.0;
-    reset_legacy();
-    if (aux) static_cast<vld::CoordspaceSpecial *>(const_cast<void *>(aux))->seen = true;
+    if (vld::CoordspaceSpecial *special = legacy_of(aux).special) special->seen = true;
 }
 
 int space_error(const std::string &text)
@@ -169,7 +183,8 @@ int space_error(const std::string &text)
 int cs_after_read(void *r, const void *aux)
 {
     coordspace &cs = cs_of(r);
-    auto *special = static_cast<vld::CoordspaceSpecial *>(const_cast<void *>(aux));
+    Legacy &legacy = legacy_of(aux);
+    vld::CoordspaceSpecial *special = legacy.special;
 
     if (legacy.has_projection_type || legacy.has_zone) {
         char projection[32];
@@ -199,7 +214,6 @@ int cs_after_read(void *r, const void *aux)
     } else {
         ef_cellinfo(old);
     }
-    legacy = Legacy{};
 
     if (!cs.datum || !*cs.datum) return space_error("No Datum");
     if (!cs.projection || !*cs.projection) return space_error("No Projection");
@@ -258,6 +272,8 @@ const vld::Record cs_record = {
     .defaults = cs_defaults,
     .before_read = cs_before_read,
     .after_read = cs_after_read,
+    .new_read_state = new_legacy,
+    .free_read_state = free_legacy,
 };
 
 /* ---------------------------------------------------------------- coordinate blocks */

@@ -106,13 +106,6 @@ const VLD_KEYWORD ri_keywords[] = {{RI_CELL_TYPE, "CellType", VTYPE_ENUM, ev_Cel
                                    {RI_CLIPINFO, "ClipInfo", VTYPE_BLOCK, nullptr},
                                    {0, nullptr, 0, nullptr}};
 
-/* How many BandId blocks the RasterInfo being read has had. RasterInfo blocks
- * don't nest, so one counter serves; before_read resets it. */
-struct {
-    const void *record;
-    int32_t count;
-} bands_read;
-
 void read_null_value(vld::ReadContext &ctx, VLD_STATEMENT *st)
 {
     rasterinfo &r = as<rasterinfo>(ctx.record);
@@ -142,7 +135,7 @@ void read_nr_bands(vld::ReadContext &ctx, VLD_STATEMENT *st)
     r.bandids = n ? static_cast<bandid *>(malloc_or_die(n * sizeof(bandid))) : nullptr;
     if (n) std::memset(r.bandids, 0, n * sizeof(bandid));
     r.nr_bands = n;
-    bands_read = {ctx.record, 0};
+    ctx.counter = 0;  // the BandId blocks read so far
 }
 void write_nr_bands(const vld::WriteContext &ctx)
 {
@@ -152,15 +145,14 @@ void write_nr_bands(const vld::WriteContext &ctx)
 void read_bandid(vld::ReadContext &ctx, VLD_STATEMENT *)
 {
     rasterinfo &r = as<rasterinfo>(ctx.record);
-    if (bands_read.record != ctx.record) bands_read = {ctx.record, 0};
-    if (bands_read.count >= r.nr_bands) {
+    if (r.nr_bands <= 0 || ctx.counter >= static_cast<size_t>(r.nr_bands)) {
         rf_report_error("Number of bandids > number of bands");
         bandid scratch{};
         keep_status(ctx, vld::rec_read(&scratch, nullptr, bi_record));
         ef_bandid_contents(&scratch);
         return;
     }
-    keep_status(ctx, vld::rec_read(&r.bandids[bands_read.count++], nullptr, bi_record));
+    keep_status(ctx, vld::rec_read(&r.bandids[ctx.counter++], nullptr, bi_record));
 }
 
 /* Blank band records are left out at the end only: one left out in the middle
@@ -193,7 +185,6 @@ void ri_init(void *r)
 /* Heights of coordinate blocks are NaN unless given, written or not. */
 void ri_before_read(void *r, const void *)
 {
-    bands_read = {r, 0};
     ri_init(r);
 }
 

@@ -391,8 +391,8 @@ int rec_read(void *record, const char *filename, const Record &r, const void *au
 {
     vln::Guard lock(&vld_bt::vld_mutex);
     if (!record) return VLD_setup_error(VLD_ERR_INTERNAL, "Null structure pointer");
-    std::unique_ptr<void, void (*)(void *)> state(r.new_read_state ? r.new_read_state() : nullptr,
-                                                  r.free_read_state);
+    std::unique_ptr<void, void (*)(void *)> state(
+        r.new_read_state ? r.new_read_state(aux) : nullptr, r.free_read_state);
     if (state) aux = state.get();
     if (r.before_read) r.before_read(record, aux);
     ReadContext ctx{record, &r, aux, nullptr, 0};

@@ -75,6 +75,9 @@ struct ReadContext {
      * list is built in linear time: null, or an element still in its list. */
     const Field *last_list = nullptr;
     void *last_element = nullptr;
+    /* A count that a record's readers keep for the length of one read (the
+     * BandId blocks of a RasterInfo, say). */
+    size_t counter = 0;
 };
 
 /* A text that a document can't tell from an absent one. */
@@ -173,11 +176,12 @@ struct Record {
     void (*copy_extra)(void *dst, const void *src) = nullptr;
     bool (*equal_extra)(const void *a, const void *b) = nullptr;
     /* A record whose reading leaves something for its end has a state of its
-     * own for each read: new_read_state makes it and free_read_state drops
-     * it, and for that read it stands as the aux of the record (before_read,
-     * the fields' readers, after_read) and of the blocks it holds. So every
-     * read carries its own state, and nothing is kept between reads. */
-    void *(*new_read_state)() = nullptr;
+     * own for each read: new_read_state makes it (given the aux the read came
+     * with, which it may keep) and free_read_state drops it, and for that read
+     * it stands as the aux of the record (before_read, the fields' readers,
+     * after_read) and of the blocks it holds. So every read carries its own
+     * state, and nothing is kept between reads. */
+    void *(*new_read_state)(const void *aux) = nullptr;
     void (*free_read_state)(void *state) = nullptr;
 };
 
