@@ -178,7 +178,8 @@ class OpenDocument {
 };
 
 /* A new copy of what this read already made of the document `key`, or null;
- * and the keeping of a copy of a result, while inside a scope. Headers are
+ * and the keeping of a copy of a result, while inside a scope (not for the
+ * outermost call itself, which nothing can ask for again). Headers are
  * eg_dshdr's results, algorithms those of embedded reads (no layers set up);
  * a copy takes `name` as its own. */
 dshdr *cached_header(const std::string &key, const char *name);

@@ -128,7 +128,9 @@ dshdr *vld::cached_header(const std::string &key, const char *name)
 
 void vld::cache_header(const std::string &key, const dshdr *d)
 {
-    if (scope_state.depth > 0) scope_state.headers.keep(key, d);
+    // The outermost call's own result can't be asked for again within it: a
+    // document that leads back to itself is refused.
+    if (scope_state.depth > 1) scope_state.headers.keep(key, d);
 }
 
 algorithm *vld::cached_embedded_algorithm(const std::string &key, const char *name)
@@ -138,5 +140,5 @@ algorithm *vld::cached_embedded_algorithm(const std::string &key, const char *na
 
 void vld::cache_embedded_algorithm(const std::string &key, const algorithm *a)
 {
-    if (scope_state.depth > 0) scope_state.algs.keep(key, a);
+    if (scope_state.depth > 1) scope_state.algs.keep(key, a);
 }
