@@ -14,11 +14,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <mutex>
 #include <unordered_map>
 
 #include "vld_raster_internal.h"
 #include "vln_fileio.h"
+#include "vln_guard_internal.h"
 
 namespace {
 
@@ -62,7 +62,7 @@ struct Pending {
     bool spoiled = false;
 };
 
-std::mutex pending_lock;
+vln_mutex pending_lock;
 std::unordered_map<int, Pending> pending;  // by the descriptor written to
 
 }  // namespace
@@ -74,14 +74,14 @@ int begin_data_file(const char *name)
     vln_replacement r;
     if (vln_replace_begin(&r, name, 0644) != 0)
         return (VLD_setup_system_error(VLD_ERR_CANNOT_CREATE_FILE, name), -1);
-    std::lock_guard<std::mutex> guard(pending_lock);
+    vln::Guard guard(&pending_lock);
     pending[r.fd] = Pending{r, false};
     return r.fd;
 }
 
 void spoil_data_file(int fd)
 {
-    std::lock_guard<std::mutex> guard(pending_lock);
+    vln::Guard guard(&pending_lock);
     auto it = pending.find(fd);
     if (it != pending.end()) it->second.spoiled = true;
 }
@@ -90,7 +90,7 @@ bool end_data_file(int fd, const char *name, int *status)
 {
     Pending p;
     {
-        std::lock_guard<std::mutex> guard(pending_lock);
+        vln::Guard guard(&pending_lock);
         auto it = pending.find(fd);
         if (it == pending.end()) return false;
         p = it->second;
