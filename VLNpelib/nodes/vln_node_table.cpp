@@ -1,0 +1,105 @@
+/*
+ * vln_node_table.cpp: the table of node kinds.
+ *
+ * One row per FN_ value, in value order: the kind's name, and the hooks that
+ * its file defines (null for the names that have no builder, or whose kind
+ * comes later). A new node kind is one file in this folder and its row here.
+ */
+#include "vln_nodes.h"
+
+namespace vln_pe {
+
+extern const NodeOps getinput_ops;
+extern const NodeOps input_ops;
+extern const NodeOps read_ops;
+extern const NodeOps vread_ops;
+}  // namespace vln_pe
+
+namespace {
+
+using vln_pe::NodeKind;
+
+constexpr NodeKind kinds[FN_NR_TYPES] = {
+    {FN_ADDNULL, "FN_ADDNULL", nullptr},
+    {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", nullptr},
+    {FN_APPENDNULLS, "FN_APPENDNULLS", nullptr},
+    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", nullptr},
+    {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", nullptr},
+    {FN_CCOUNT, "FN_CCOUNT", nullptr},
+    {FN_CDMERGE, "FN_CDMERGE", nullptr},
+    {FN_CELLX, "FN_CELLX", nullptr},
+    {FN_CELLY, "FN_CELLY", nullptr},
+    {FN_CLIP, "FN_CLIP", nullptr},
+    {FN_CMERGE, "FN_CMERGE", nullptr},
+    {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", nullptr},
+    {FN_FORMULA, "FN_FORMULA", nullptr},
+    {FN_GENNULLS, "FN_GENNULLS", nullptr},
+    {FN_GETINPUT, "FN_GETINPUT", nullptr},
+    {FN_HEIGHT8, "FN_HEIGHT8", nullptr},
+    {FN_HSITORGB, "FN_HSITORGB", nullptr},
+    {FN_INPUT, "FN_INPUT", nullptr},
+    {FN_INREGION, "FN_INREGION", nullptr},
+    {FN_KERNEL, "FN_KERNEL", nullptr},
+    {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", nullptr},
+    {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", nullptr},
+    {FN_MERGESTREAMS, "FN_MERGESTREAMS", nullptr},
+    {FN_NULLCONV, "FN_NULLCONV", nullptr},
+    {FN_NULLCELL, "FN_NULLCELL", nullptr},
+    {FN_NULLLINE, "FN_NULLLINE", nullptr},
+    {FN_OPTIM, "FN_OPTIM", nullptr},
+    {FN_PITO8, "FN_PITO8", nullptr},
+    {FN_PIXELX, "FN_PIXELX", nullptr},
+    {FN_PIXELY, "FN_PIXELY", nullptr},
+    {FN_PSEUDOTORGB, "FN_PSEUDOTORGB", nullptr},
+    {FN_PSMERGE, "FN_PSMERGE", nullptr},
+    {FN_RANODE, "FN_RANODE", nullptr},
+    {FN_READ, "FN_READ", nullptr},
+    {FN_RESCOLOUR, "FN_RESCOLOUR", nullptr},
+    {FN_RGB24TO8, "FN_RGB24TO8", nullptr},
+    {FN_RGB24FINAL, "FN_RGB24FINAL", nullptr},
+    {FN_RGBITORGB, "FN_RGBITORGB", nullptr},
+    {FN_RGBTORGB, "FN_RGBTORGB", nullptr},
+    {FN_RLSEG, "FN_RLSEG", nullptr},
+    {FN_RTSHADE, "FN_RTSHADE", nullptr},
+    {FN_RTSHADE16, "FN_RTSHADE16", nullptr},
+    {FN_SHADE, "FN_SHADE", nullptr},
+    {FN_SSYNC, "FN_SSYNC", nullptr},
+    {FN_STIPPLE, "FN_STIPPLE", nullptr},
+    {FN_SUBSAMPLE, "FN_SUBSAMPLE", nullptr},
+    {FN_SUBSAMPLE2, "FN_SUBSAMPLE2", nullptr},
+    {FN_SUPERSAMPLE, "FN_SUPERSAMPLE", nullptr},
+    {FN_SYNC, "FN_SYNC", nullptr},
+    {FN_TCONV, "FN_TCONV", nullptr},
+    {FN_OPTIM_TCONV, "FN_OPTIM_TCONV", nullptr},
+    {FN_TOBUFFERS, "FN_TOBUFFERS", nullptr},
+    {FN_TOMSRGBH, "FN_TOMSRGBH", nullptr},
+    {FN_TOPPBUFFERS, "FN_TOPPBUFFERS", nullptr},
+    {FN_TRANSFORM, "FN_TRANSFORM", nullptr},
+    {FN_TRANSPARENCY, "FN_TRANSPARENCY", nullptr},
+    {FN_VREADTOPP, "FN_VREADTOPP", nullptr},
+    {FN_VREADTOMSRGBH, "FN_VREADTOMSRGBH", nullptr},
+    {FN_VREAD, "FN_VREAD", nullptr},
+};
+
+constexpr bool rows_in_value_order()
+{
+    for (int i = 0; i < FN_NR_TYPES; i++)
+        if (kinds[i].type != i) return false;
+    return true;
+}
+static_assert(rows_in_value_order(), "one row per node kind, in value order");
+
+const NodeKind unknown_kind = {-1, "unknown function node type", nullptr};
+
+}  // namespace
+
+const vln_pe::NodeKind &vln_pe::node_kind(int type)
+{
+    if (type < 0 || type >= FN_NR_TYPES) return unknown_kind;
+    return kinds[type];
+}
+
+const char *pe_fn_string(int type)
+{
+    return vln_pe::node_kind(type).name;
+}

@@ -1,0 +1,117 @@
+/*
+ * vln_nodes.h: the builders of the engine's node kinds.
+ *
+ * Each builder takes a slot that holds the tree so far and leaves the new
+ * node in it, following the builder's idiom of vln_pe_internal.h; a builder
+ * with nothing to do leaves the slot alone. Each kind lives in one file of
+ * this folder, with its hooks, and has one row in vln_node_table.cpp.
+ */
+#ifndef VORLAN_VLN_NODES_H
+#define VORLAN_VLN_NODES_H
+
+#include "vln_pe_internal.h"
+
+/* ---------------------------------------------------------------- dataset inputs */
+
+/* A client of the dataset's ring: its line of band `pe_input->band`. */
+void setup_inputnode(funcnode **slot, pe_context *pe, dsinput *dsi, pe_input *input,
+                     int wants_rlsegs);
+/* The dataset's little tree: read, reduce in cells, hand to the ring. */
+void setup_readnode(funcnode **slot, pe_context *pe, dsinput *dsi);
+void setup_subsamplenode(funcnode **slot, pe_context *pe, dsinput *dsi);
+void setup_ginode(funcnode **slot, pe_context *pe, dsinput *dsi);
+/* The dsinput of an FN_INPUT node; null for any other node. */
+dsinput *input_node_dsinput(funcnode *node);
+
+/* ---------------------------------------------------------------- nulls, conversion, placement */
+
+void setup_addnull_node(funcnode **slot, pe_context *pe, int nr_cells, int offset);
+/* Fills the window outside the canvas; `cell_type` is that of the root's line. */
+void setup_appendnulls_node(funcnode **slot, pe_context *pe, int process_vectors, int with_links,
+                            int cell_type);
+/* Ends runs at cells not above `limit` (Classification streams). */
+void setup_adjustrlsegnode(funcnode **slot, pe_context *pe, int nr_cells, int limit_type,
+                           double limit);
+/* `nr_cells` is the input's width; the output is left and right cells narrower. */
+void setup_clipnode(funcnode **slot, pe_context *pe, int nr_cells, int left, int right);
+void setup_gennulls_node(funcnode **slot, pe_context *pe, int cell_type, double null_value);
+void setup_nconvnode(funcnode **slot, pe_context *pe, pe_streamgroup *group, int nr_cells,
+                     double null_value);
+void setup_nullcell_node(funcnode **slot, pe_context *pe, int nr_cells, int shift);
+void setup_nullline_node(funcnode **slot, pe_context *pe, int nr_cells, int nr_lines, int top,
+                         int bottom);
+void setup_optim_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_rcnode(funcnode **slot, pe_context *pe, int nr_cells);
+void setup_rlsegnode(funcnode **slot, pe_context *pe, int nr_cells, int nr_bands, int null_set,
+                     double null_value);
+void setup_ssync_node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells, int first_line,
+                      int nr_lines, int first_cell, double null_value);
+void setup_syncnode(funcnode **slot, pe_context *pe, int nr_cells, int count);
+void setup_tconvnode(funcnode **slot, pe_context *pe, int nr_cells, int cell_type);
+void setup_cellx_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_celly_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_pixelx_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_pixely_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_inregion_node(funcnode **slot, pe_context *pe, pe_stream *ps, regioninfo *region);
+
+/* A routine that makes a line's runs from its values: every cell that isn't
+ * `null_cell` (a value in the line's type) is valid. */
+typedef rlseg *(*rlsegs_routine)(pe_context *pe, const void *line, int nr_cells,
+                                 const void *null_cell);
+/* Chooses the routine for a cell type: with no null value, the integer types
+ * give the whole line and the real types treat NaN as null. `null_cell` gets
+ * the null value in the type's form (8 bytes). */
+void get_setup_rlsegs_info(int cell_type, int null_set, double null_value, rlsegs_routine *routine,
+                           void *null_cell);
+
+/* ---------------------------------------------------------------- resampling */
+
+/* Reduction in cells: `source_cells` to `view_cells` by the sampling rule. */
+void setup_subsamplenode2(funcnode **slot, pe_context *pe, int source_cells, int view_cells);
+/* Nearest enlargement in cells: destination d takes source trunc(start + d * step),
+ * step = source_span / view_span. */
+void setup_supersamplenode(funcnode **slot, pe_context *pe, int source_width, int view_width,
+                           double source_span, double view_span, double start);
+/* Bilinear enlargement in cells of the stream's dataset (doubles, one cell of
+ * lead-in on each side); the rts form works on 16-bit shade cells. */
+void setup_bilinear_supersample_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_bilinear_rts_supersample_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+/* Nearest reduction in lines. */
+void setup_lsubsnode(funcnode **slot, pe_context *pe, int width, int source_lines, int view_lines);
+/* Nearest enlargement in lines. */
+void setup_lsupersnode(funcnode **slot, pe_context *pe, int width, int view_lines,
+                       double source_span, double view_span, double start);
+void setup_bilinear_line_supersample_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+void setup_bilinear_rts_line_supersample_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+
+/* Run lists under reduction: the first and last destination of each source cell. */
+void setup_subs_lseg_luts(int *start_table, int *end_table, const int *sample_array,
+                          int source_width, int view_width);
+rlseg *subsample_rlsegs(pe_context *pe, rlseg **out, const rlseg *rlsegs, const int *start_table,
+                        const int *end_table);
+
+/* ---------------------------------------------------------------- later node kinds */
+
+/* Kernels, transforms and shading are passed through until their kinds are
+ * built: these leave the slot alone. */
+void setup_kernelnode(funcnode **slot, pe_context *pe, pe_stream *ps, kernel *k, int nr_cells);
+void setup_transformnode(funcnode **slot, pe_context *pe, pe_stream *ps, transform *t, int nr_cells,
+                         int out_type);
+void setup_shadenode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
+void setup_rtsnode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
+void setup_rts16node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
+/* A stream's formula over its inputs; fails at the build until the formula
+ * node exists, unless the formula is a plain input. */
+void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, pe_stream *ps);
+
+/* ---------------------------------------------------------------- roots */
+
+/* The root of a tree, with one input per output band; the fuller layouts of
+ * the opens build on it. `which` 0 raster, 1 vector. */
+void setup_vreadnode(funcnode **slot, pe_context *pe, int mode, int which);
+/* Reads one line of every band into `lines` (and their runs into `rlsegs`,
+ * which may be null) through a root made by setup_vreadnode. */
+void vread_set_target(funcnode *root, void **lines, rlseg **rlsegs);
+void vread_read(funcnode *root);
+
+#endif
