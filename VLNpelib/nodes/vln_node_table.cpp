@@ -15,13 +15,27 @@ extern const NodeOps read_ops;
 extern const NodeOps vread_ops;
 }  // namespace vln_pe
 
+namespace vln_pe {
+// Nulls, conversion and placement.
+extern const NodeOps addnull_ops;
+extern const NodeOps adjustrlseg_ops;
+extern const NodeOps clip_ops;
+extern const NodeOps gennulls_ops;
+extern const NodeOps nullcell_ops;
+extern const NodeOps nullconv_ops;
+extern const NodeOps nullline_ops;
+extern const NodeOps ssync_ops;
+extern const NodeOps sync_ops;
+extern const NodeOps tconv_ops;
+}  // namespace vln_pe
+
 namespace {
 
 using vln_pe::NodeKind;
 
 constexpr NodeKind kinds[FN_NR_TYPES] = {
-    {FN_ADDNULL, "FN_ADDNULL", nullptr},
-    {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", nullptr},
+    {FN_ADDNULL, "FN_ADDNULL", &vln_pe::addnull_ops},
+    {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", &vln_pe::adjustrlseg_ops},
     {FN_APPENDNULLS, "FN_APPENDNULLS", nullptr},
     {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", nullptr},
     {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", nullptr},
@@ -29,11 +43,11 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_CDMERGE, "FN_CDMERGE", nullptr},
     {FN_CELLX, "FN_CELLX", nullptr},
     {FN_CELLY, "FN_CELLY", nullptr},
-    {FN_CLIP, "FN_CLIP", nullptr},
+    {FN_CLIP, "FN_CLIP", &vln_pe::clip_ops},
     {FN_CMERGE, "FN_CMERGE", nullptr},
     {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", nullptr},
     {FN_FORMULA, "FN_FORMULA", nullptr},
-    {FN_GENNULLS, "FN_GENNULLS", nullptr},
+    {FN_GENNULLS, "FN_GENNULLS", &vln_pe::gennulls_ops},
     {FN_GETINPUT, "FN_GETINPUT", nullptr},
     {FN_HEIGHT8, "FN_HEIGHT8", nullptr},
     {FN_HSITORGB, "FN_HSITORGB", nullptr},
@@ -43,9 +57,9 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", nullptr},
     {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", nullptr},
     {FN_MERGESTREAMS, "FN_MERGESTREAMS", nullptr},
-    {FN_NULLCONV, "FN_NULLCONV", nullptr},
-    {FN_NULLCELL, "FN_NULLCELL", nullptr},
-    {FN_NULLLINE, "FN_NULLLINE", nullptr},
+    {FN_NULLCONV, "FN_NULLCONV", &vln_pe::nullconv_ops},
+    {FN_NULLCELL, "FN_NULLCELL", &vln_pe::nullcell_ops},
+    {FN_NULLLINE, "FN_NULLLINE", &vln_pe::nullline_ops},
     {FN_OPTIM, "FN_OPTIM", nullptr},
     {FN_PITO8, "FN_PITO8", nullptr},
     {FN_PIXELX, "FN_PIXELX", nullptr},
@@ -63,13 +77,13 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_RTSHADE, "FN_RTSHADE", nullptr},
     {FN_RTSHADE16, "FN_RTSHADE16", nullptr},
     {FN_SHADE, "FN_SHADE", nullptr},
-    {FN_SSYNC, "FN_SSYNC", nullptr},
+    {FN_SSYNC, "FN_SSYNC", &vln_pe::ssync_ops},
     {FN_STIPPLE, "FN_STIPPLE", nullptr},
     {FN_SUBSAMPLE, "FN_SUBSAMPLE", nullptr},
     {FN_SUBSAMPLE2, "FN_SUBSAMPLE2", nullptr},
     {FN_SUPERSAMPLE, "FN_SUPERSAMPLE", nullptr},
-    {FN_SYNC, "FN_SYNC", nullptr},
-    {FN_TCONV, "FN_TCONV", nullptr},
+    {FN_SYNC, "FN_SYNC", &vln_pe::sync_ops},
+    {FN_TCONV, "FN_TCONV", &vln_pe::tconv_ops},
     {FN_OPTIM_TCONV, "FN_OPTIM_TCONV", nullptr},
     {FN_TOBUFFERS, "FN_TOBUFFERS", nullptr},
     {FN_TOMSRGBH, "FN_TOMSRGBH", nullptr},

@@ -1,0 +1,109 @@
+/*
+ * vln_node_ssync.cpp: FN_SSYNC, the top of every stream.
+ *
+ * It places a stream in the image: for each image line it decides whether
+ * the stream has a line there at all. Inside the stream's rows it hands the
+ * stream the image line, `first_cell` cells in, and moves the runs up to
+ * image cells; outside them it pulls nothing. Unless a merge above it handles
+ * nulls itself, the whole line is first filled with the null value, by
+ * copying a block of up to 512 null cells, so that a long line costs no loop
+ * per cell.
+ *
+ * Line memory below this node exists only while the stream is in its rows:
+ * it is made on the stream's first row and released right after its last.
+ */
+#include <cstring>
+
+#include "vln_nodes.h"
+
+namespace {
+
+constexpr int null_block_cells = 512;
+
+struct SSync {
+    vln_pe::NodeBase base;
+    pe_stream *stream;
+    int first_line;
+    int nr_lines;
+    int first_cell;
+    double null_value;
+    int line;          // image lines read so far
+    void *null_block;  // up to 512 null cells; null below a merge
+    int block_cells;
+};
+
+bool below_merge(const funcnode *node)
+{
+    return node->parent != nullptr && node->parent->type == FN_MERGESTREAMS;
+}
+
+void init(funcnode *node)
+{
+    auto *p = vln_pe::priv<SSync>(node);
+    vln_pe::pass_type_up(node);
+    bufinfo *out = node->output;
+    if (below_merge(node) || out == nullptr || out->nr_cells <= 0) return;
+    p->block_cells = out->nr_cells < null_block_cells ? out->nr_cells : null_block_cells;
+    p->null_block = pe_malloc(p->base.pe, static_cast<int64_t>(p->block_cells) * out->cell_size);
+    for (int i = 0; i < p->block_cells; i++)
+        vln_pe::convtype1(
+            p->null_value, out->cell_type,
+            static_cast<char *>(p->null_block) + static_cast<size_t>(i) * out->cell_size);
+}
+
+/* Fills a whole line with nulls, a block at a time. */
+void fill_nulls(const SSync *p, const bufinfo *out, void *line)
+{
+    const size_t block_bytes = static_cast<size_t>(p->block_cells) * out->cell_size;
+    auto *at = static_cast<char *>(line);
+    for (int n = out->nr_cells / p->block_cells; n > 0; n--, at += block_bytes)
+        std::memcpy(at, p->null_block, block_bytes);
+    std::memcpy(at, p->null_block,
+                static_cast<size_t>(out->nr_cells % p->block_cells) * out->cell_size);
+}
+
+void read(funcnode *node)
+{
+    auto *p = vln_pe::priv<SSync>(node);
+    pe_context *pe = p->base.pe;
+    bufinfo *out = node->output;
+    const int line = p->line++;
+    const bool fill = p->null_block != nullptr && !below_merge(node);
+    for (int b = 0; b < out->nr_buffers; b++) {
+        if (fill) fill_nulls(p, out, out->buffers[b]->data);
+        pe_free_rlseg_list(pe, &out->buffers[b]->rlsegs);
+    }
+    if (line < p->first_line || line >= p->first_line + p->nr_lines) return;
+
+    if (line == p->first_line) alloc_subtree_buffers(pe, node);
+    bufinfo *in = node->inputs[0].buffers;
+    const size_t offset = static_cast<size_t>(p->first_cell) * out->cell_size;
+    for (int b = 0; b < out->nr_buffers; b++)
+        in->buffers[b]->data = static_cast<char *>(out->buffers[b]->data) + offset;
+    vln_pe::pull(node);
+    vln_pe::move_rlsegs(pe, in, out);
+    for (int b = 0; b < out->nr_buffers; b++)
+        vln_pe::shift_rlsegs(out->buffers[b]->rlsegs, p->first_cell);
+    if (line == p->first_line + p->nr_lines - 1) free_subtree_buffers(pe, node);
+}
+
+}  // namespace
+
+namespace vln_pe {
+extern const NodeOps ssync_ops;
+const NodeOps ssync_ops = {init, nullptr, nullptr, read, nullptr};
+}  // namespace vln_pe
+
+/* Places a stream of `nr_lines` lines of `nr_cells` cells at image line
+ * `first_line` and cell `first_cell`; the rest of the image line holds
+ * `null_value`. */
+void setup_ssync_node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells, int first_line,
+                      int nr_lines, int first_cell, double null_value)
+{
+    auto *p = vln_pe::add_stage<SSync>(slot, pe, FN_SSYNC, 1, nr_cells, 0, PE_ALLOC_RECORDS);
+    p->stream = ps;
+    p->first_line = first_line;
+    p->nr_lines = nr_lines;
+    p->first_cell = first_cell;
+    p->null_value = null_value;
+}
