@@ -18,12 +18,15 @@ extern const NodeOps vread_ops;
 namespace vln_pe {
 // Nulls, conversion and placement.
 extern const NodeOps addnull_ops;
+extern const NodeOps appendnulls_ops;
 extern const NodeOps adjustrlseg_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps gennulls_ops;
 extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
+extern const NodeOps optim_ops;
+extern const NodeOps rescolour_ops;
 extern const NodeOps ssync_ops;
 extern const NodeOps sync_ops;
 extern const NodeOps tconv_ops;
@@ -36,7 +39,7 @@ using vln_pe::NodeKind;
 constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_ADDNULL, "FN_ADDNULL", &vln_pe::addnull_ops},
     {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", &vln_pe::adjustrlseg_ops},
-    {FN_APPENDNULLS, "FN_APPENDNULLS", nullptr},
+    {FN_APPENDNULLS, "FN_APPENDNULLS", &vln_pe::appendnulls_ops},
     {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", nullptr},
     {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", nullptr},
     {FN_CCOUNT, "FN_CCOUNT", nullptr},
@@ -60,7 +63,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_NULLCONV, "FN_NULLCONV", &vln_pe::nullconv_ops},
     {FN_NULLCELL, "FN_NULLCELL", &vln_pe::nullcell_ops},
     {FN_NULLLINE, "FN_NULLLINE", &vln_pe::nullline_ops},
-    {FN_OPTIM, "FN_OPTIM", nullptr},
+    {FN_OPTIM, "FN_OPTIM", &vln_pe::optim_ops},
     {FN_PITO8, "FN_PITO8", nullptr},
     {FN_PIXELX, "FN_PIXELX", nullptr},
     {FN_PIXELY, "FN_PIXELY", nullptr},
@@ -68,7 +71,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_PSMERGE, "FN_PSMERGE", nullptr},
     {FN_RANODE, "FN_RANODE", nullptr},
     {FN_READ, "FN_READ", nullptr},
-    {FN_RESCOLOUR, "FN_RESCOLOUR", nullptr},
+    {FN_RESCOLOUR, "FN_RESCOLOUR", &vln_pe::rescolour_ops},
     {FN_RGB24TO8, "FN_RGB24TO8", nullptr},
     {FN_RGB24FINAL, "FN_RGB24FINAL", nullptr},
     {FN_RGBITORGB, "FN_RGBITORGB", nullptr},

@@ -409,6 +409,18 @@ TEST(NodesSteadyState, ReadsAllocateNothingOnceRunning)
          [](funcnode **s, pe_context *pe) { setup_nconvnode(s, pe, nullptr, 8, 1); }},
         {"adjustrlseg", IEEE8ByteReal, 8,
          [](funcnode **s, pe_context *pe) { setup_adjustrlsegnode(s, pe, 8, 2, 2.5); }},
+        {"appendnulls, short canvas", Unsigned8BitInteger, 10,
+         [](funcnode **s, pe_context *pe) {
+             pe->nr_cells = 8, pe->nr_lines = 2;
+             setup_appendnulls_node(s, pe, PV_None, 0, Unsigned8BitInteger);
+         }},
+        {"appendnulls, narrow canvas", Unsigned8BitInteger, 10,
+         [](funcnode **s, pe_context *pe) {
+             pe->nr_cells = 8, pe->nr_lines = 100;
+             setup_appendnulls_node(s, pe, PV_None, 0, Unsigned8BitInteger);
+         }},
+        {"rescolour", Unsigned8BitInteger, 8,
+         [](funcnode **s, pe_context *pe) { setup_rcnode(s, pe, 8); }},
         {"gennulls", Unsigned8BitInteger, 8,
          [](funcnode **s, pe_context *pe) {
              *s = nullptr;
@@ -418,6 +430,13 @@ TEST(NodesSteadyState, ReadsAllocateNothingOnceRunning)
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         Harness h;
+        uint8_t reserved[] = {0, 3};
+        algorithm alg{};
+        alg.output_width = row.out_cells;
+        alg.output_height = 100;
+        alg.reserved_colours = 2;
+        alg.reserved_colours8 = reserved;
+        h.pe->alg = &alg;
         Script script{row.cell_type, {{iota_values(8), {{0, 2}, {4, 7}}}}};
         funcnode *tree = node_test::make_source(h.pe, &script);
         row.stage(&tree, h.pe);
