@@ -26,6 +26,7 @@ extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
 extern const NodeOps optim_ops;
+extern const NodeOps position_ops;
 extern const NodeOps rescolour_ops;
 extern const NodeOps ssync_ops;
 extern const NodeOps sync_ops;
@@ -44,8 +45,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", nullptr},
     {FN_CCOUNT, "FN_CCOUNT", nullptr},
     {FN_CDMERGE, "FN_CDMERGE", nullptr},
-    {FN_CELLX, "FN_CELLX", nullptr},
-    {FN_CELLY, "FN_CELLY", nullptr},
+    {FN_CELLX, "FN_CELLX", &vln_pe::position_ops},
+    {FN_CELLY, "FN_CELLY", &vln_pe::position_ops},
     {FN_CLIP, "FN_CLIP", &vln_pe::clip_ops},
     {FN_CMERGE, "FN_CMERGE", nullptr},
     {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", nullptr},
@@ -65,8 +66,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_NULLLINE, "FN_NULLLINE", &vln_pe::nullline_ops},
     {FN_OPTIM, "FN_OPTIM", &vln_pe::optim_ops},
     {FN_PITO8, "FN_PITO8", nullptr},
-    {FN_PIXELX, "FN_PIXELX", nullptr},
-    {FN_PIXELY, "FN_PIXELY", nullptr},
+    {FN_PIXELX, "FN_PIXELX", &vln_pe::position_ops},
+    {FN_PIXELY, "FN_PIXELY", &vln_pe::position_ops},
     {FN_PSEUDOTORGB, "FN_PSEUDOTORGB", nullptr},
     {FN_PSMERGE, "FN_PSMERGE", nullptr},
     {FN_RANODE, "FN_RANODE", nullptr},
