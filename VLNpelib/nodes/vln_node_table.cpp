@@ -22,6 +22,7 @@ extern const NodeOps appendnulls_ops;
 extern const NodeOps adjustrlseg_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps gennulls_ops;
+extern const NodeOps inregion_ops;
 extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
@@ -56,7 +57,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_HEIGHT8, "FN_HEIGHT8", nullptr},
     {FN_HSITORGB, "FN_HSITORGB", nullptr},
     {FN_INPUT, "FN_INPUT", nullptr},
-    {FN_INREGION, "FN_INREGION", nullptr},
+    {FN_INREGION, "FN_INREGION", &vln_pe::inregion_ops},
     {FN_KERNEL, "FN_KERNEL", nullptr},
     {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", nullptr},
     {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", nullptr},

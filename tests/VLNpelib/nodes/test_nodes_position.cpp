@@ -4,7 +4,9 @@
 // dataset warped into another space.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -311,6 +313,114 @@ TEST(NodesCellX, AFailedConversionEndsTheReadWithItsText)
     ASSERT_EQ(pe_guarded_read(h.pe, h.root, [](funcnode *root) { root->read(root); }), 1);
     EXPECT_STRNE(h.pe->error_text, "");
     EXPECT_EQ(std::string(h.pe->error_text), std::string(VLD_error_text()));
+}
+
+/* ---------------------------------------------------------------- FN_INREGION */
+
+/* A region of one ring; the records are the test's own. */
+struct Ring {
+    std::vector<VLD_POINTNODE> points;
+    subregion ring{};
+    regioninfo region{};
+
+    Ring(std::initializer_list<std::pair<double, double>> vertices, const char *name)
+    {
+        for (auto [x, y] : vertices) points.push_back({nullptr, x, y});
+        for (size_t i = 0; i + 1 < points.size(); i++) points[i].next = &points[i + 1];
+        ring.points = points.empty() ? nullptr : points.data();
+        region.type = REGION_POLYGON;
+        region.name = const_cast<char *>(name);
+        region.subregions = &ring;
+    }
+
+    /* Whether a point lies inside, by the even-odd rule on crossings. */
+    bool contains(double x, double y) const
+    {
+        bool inside = false;
+        for (size_t i = 0, j = points.size() - 1; i < points.size(); j = i++) {
+            const VLD_POINTNODE &a = points[i], &b = points[j];
+            if ((a.y > y) != (b.y > y) && x < (b.x - a.x) * (y - a.y) / (b.y - a.y) + a.x)
+                inside = !inside;
+        }
+        return inside;
+    }
+};
+
+struct InRegionRow {
+    const char *name;
+    int nr_cells, read_cells;
+    double step_y;
+    int read_lines;
+};
+
+TEST(NodesInRegion, OneInsideTheRegionZeroOutside)
+{
+    // In dataset cells; the ring begins above the read window's first line
+    // and ends above its last.
+    const InRegionRow rows[] = {
+        {"full resolution", 10, 10, 1, 9},
+        {"reduced", 10, 5, 2, 4},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Harness h;
+        Ring ring({{3.2, 0.3}, {9.7, 3.1}, {8.3, 7.8}, {2.6, 6.4}, {5.1, 4.2}}, "field");
+        dsinput dsi{};
+        dsi.first_cell = 2;
+        dsi.nr_cells = row.nr_cells;
+        dsi.read_cells = row.read_cells;
+        dsi.first_line = 1;
+        dsi.sub_step_y = row.step_y;
+        pe_stream ps{};
+        ps.dsinput = &dsi;
+        funcnode *tree = nullptr;
+        setup_inregion_node(&tree, h.pe, &ps, &ring.region);
+        h.build(tree, row.read_cells, PE_ALLOC_RECORDS);
+        EXPECT_EQ(h.top()->cell_type, IEEE8ByteReal);
+
+        // Output cell d samples window cell d * nr_cells / read_cells.
+        const int ratio = row.nr_cells / row.read_cells;
+        int inside_cells = 0;
+        int64_t allocations = 0;
+        int32_t runs_allocated = 0;
+        for (int k = 0; k < row.read_lines; k++) {
+            SCOPED_TRACE(k);
+            const int line = 1 + static_cast<int>(k * row.step_y);
+            Line got = h.read();
+            std::vector<double> want;
+            for (int d = 0; d < row.read_cells; d++) {
+                const int cell = 2 + d * ratio;
+                want.push_back(ring.contains(cell + 0.5, line + 0.5) ? 1 : 0);
+            }
+            EXPECT_EQ(got.values, want);
+            EXPECT_EQ(got.runs, (Runs{{0, row.read_cells - 1}}));
+            inside_cells += static_cast<int>(std::count(want.begin(), want.end(), 1.0));
+            if (k == 1) {
+                allocations = h.pe->pool_allocations;
+                runs_allocated = h.pe->rlsegs.nr_allocated;
+            }
+        }
+        EXPECT_GT(inside_cells, 3);
+        EXPECT_EQ(h.pe->pool_allocations, allocations);
+        EXPECT_EQ(h.pe->rlsegs.nr_allocated, runs_allocated);
+        EXPECT_EQ(h.pe->rlsegs.nr_used, 0);
+    }
+}
+
+TEST(NodesInRegion, ARegionWithoutAPolygonEndsTheBuild)
+{
+    Harness h;
+    Ring line_only({{1, 1}, {4, 4}}, "ridge");
+    dsinput dsi{};
+    dsi.nr_cells = dsi.read_cells = 8;
+    pe_stream ps{};
+    ps.dsinput = &dsi;
+    funcnode *tree = nullptr;
+    EXPECT_FALSE(
+        vln_pe::guarded(h.pe, [&] { setup_inregion_node(&tree, h.pe, &ps, &line_only.region); }));
+    EXPECT_EQ(tree, nullptr);
+    EXPECT_STREQ(h.pe->error_text, "Insufficient points for definition of region \"ridge\"\n");
+    EXPECT_EQ(h.pe->nr_errors, 1);
 }
 
 TEST(NodesPosition, ReadsAllocateNothingOnceRunning)
