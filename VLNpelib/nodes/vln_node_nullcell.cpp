@@ -47,14 +47,16 @@ void read(funcnode *node)
     for (int b = 0; b < out->nr_buffers; b++) in->buffers[b] = out->buffers[b];
     vln_pe::pull(node);
 
-    const int moved = p->nr_cells - (p->shift > 0 ? p->shift : -p->shift);
+    const int distance = p->shift > 0 ? p->shift : -p->shift;
+    const int moved = p->nr_cells - distance;
     const size_t cell = out->cell_size;
+    const size_t distance_bytes = static_cast<size_t>(distance) * cell;
     for (int b = 0; b < out->nr_buffers; b++) {
         auto *data = static_cast<char *>(out->buffers[b]->data);
         if (moved > 0 && p->shift > 0)
-            std::memmove(data + p->shift * cell, data, moved * cell);
+            std::memmove(data + distance_bytes, data, moved * cell);
         else if (moved > 0)
-            std::memmove(data, data - p->shift * cell, moved * cell);
+            std::memmove(data, data + distance_bytes, moved * cell);
         shift_runs(p->base.pe, &out->buffers[b]->rlsegs, p->shift, p->nr_cells - 1);
     }
 }
