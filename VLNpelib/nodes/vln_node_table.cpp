@@ -15,6 +15,18 @@ extern const NodeOps read_ops;
 extern const NodeOps vread_ops;
 }  // namespace vln_pe
 
+// Resampling.
+namespace vln_pe {
+extern const NodeOps bilinear_line_supersample_ops;
+extern const NodeOps bilinear_supersample_ops;
+extern const NodeOps lsubsample_ops;
+extern const NodeOps lsupersample_ops;
+extern const NodeOps rlseg_ops;
+extern const NodeOps subsample_ops;
+extern const NodeOps subsample2_ops;
+extern const NodeOps supersample_ops;
+}  // namespace vln_pe
+
 namespace {
 
 using vln_pe::NodeKind;
@@ -23,8 +35,9 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_ADDNULL, "FN_ADDNULL", nullptr},
     {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", nullptr},
     {FN_APPENDNULLS, "FN_APPENDNULLS", nullptr},
-    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", nullptr},
-    {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", nullptr},
+    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE",
+     &vln_pe::bilinear_line_supersample_ops},
+    {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", &vln_pe::bilinear_supersample_ops},
     {FN_CCOUNT, "FN_CCOUNT", nullptr},
     {FN_CDMERGE, "FN_CDMERGE", nullptr},
     {FN_CELLX, "FN_CELLX", nullptr},
@@ -40,8 +53,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_INPUT, "FN_INPUT", nullptr},
     {FN_INREGION, "FN_INREGION", nullptr},
     {FN_KERNEL, "FN_KERNEL", nullptr},
-    {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", nullptr},
-    {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", nullptr},
+    {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", &vln_pe::lsubsample_ops},
+    {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", &vln_pe::lsupersample_ops},
     {FN_MERGESTREAMS, "FN_MERGESTREAMS", nullptr},
     {FN_NULLCONV, "FN_NULLCONV", nullptr},
     {FN_NULLCELL, "FN_NULLCELL", nullptr},
@@ -59,15 +72,15 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_RGB24FINAL, "FN_RGB24FINAL", nullptr},
     {FN_RGBITORGB, "FN_RGBITORGB", nullptr},
     {FN_RGBTORGB, "FN_RGBTORGB", nullptr},
-    {FN_RLSEG, "FN_RLSEG", nullptr},
+    {FN_RLSEG, "FN_RLSEG", &vln_pe::rlseg_ops},
     {FN_RTSHADE, "FN_RTSHADE", nullptr},
     {FN_RTSHADE16, "FN_RTSHADE16", nullptr},
     {FN_SHADE, "FN_SHADE", nullptr},
     {FN_SSYNC, "FN_SSYNC", nullptr},
     {FN_STIPPLE, "FN_STIPPLE", nullptr},
-    {FN_SUBSAMPLE, "FN_SUBSAMPLE", nullptr},
-    {FN_SUBSAMPLE2, "FN_SUBSAMPLE2", nullptr},
-    {FN_SUPERSAMPLE, "FN_SUPERSAMPLE", nullptr},
+    {FN_SUBSAMPLE, "FN_SUBSAMPLE", &vln_pe::subsample_ops},
+    {FN_SUBSAMPLE2, "FN_SUBSAMPLE2", &vln_pe::subsample2_ops},
+    {FN_SUPERSAMPLE, "FN_SUPERSAMPLE", &vln_pe::supersample_ops},
     {FN_SYNC, "FN_SYNC", nullptr},
     {FN_TCONV, "FN_TCONV", nullptr},
     {FN_OPTIM_TCONV, "FN_OPTIM_TCONV", nullptr},
