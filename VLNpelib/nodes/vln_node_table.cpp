@@ -8,28 +8,27 @@
 #include "vln_nodes.h"
 
 namespace vln_pe {
-
-extern const NodeOps getinput_ops;
-extern const NodeOps input_ops;
-extern const NodeOps read_ops;
-extern const NodeOps vread_ops;
-}  // namespace vln_pe
-
-namespace vln_pe {
-// Nulls, conversion and placement.
 extern const NodeOps addnull_ops;
-extern const NodeOps appendnulls_ops;
 extern const NodeOps adjustrlseg_ops;
+extern const NodeOps appendnulls_ops;
+extern const NodeOps bilinear_line_supersample_ops;
+extern const NodeOps bilinear_supersample_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps gennulls_ops;
 extern const NodeOps inregion_ops;
+extern const NodeOps lsubsample_ops;
+extern const NodeOps lsupersample_ops;
 extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
 extern const NodeOps optim_ops;
 extern const NodeOps position_ops;
 extern const NodeOps rescolour_ops;
+extern const NodeOps rlseg_ops;
 extern const NodeOps ssync_ops;
+extern const NodeOps subsample2_ops;
+extern const NodeOps subsample_ops;
+extern const NodeOps supersample_ops;
 extern const NodeOps sync_ops;
 extern const NodeOps tconv_ops;
 }  // namespace vln_pe
@@ -42,8 +41,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_ADDNULL, "FN_ADDNULL", &vln_pe::addnull_ops},
     {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", &vln_pe::adjustrlseg_ops},
     {FN_APPENDNULLS, "FN_APPENDNULLS", &vln_pe::appendnulls_ops},
-    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", nullptr},
-    {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", nullptr},
+    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", &vln_pe::bilinear_line_supersample_ops},
+    {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", &vln_pe::bilinear_supersample_ops},
     {FN_CCOUNT, "FN_CCOUNT", nullptr},
     {FN_CDMERGE, "FN_CDMERGE", nullptr},
     {FN_CELLX, "FN_CELLX", &vln_pe::position_ops},
@@ -59,8 +58,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_INPUT, "FN_INPUT", nullptr},
     {FN_INREGION, "FN_INREGION", &vln_pe::inregion_ops},
     {FN_KERNEL, "FN_KERNEL", nullptr},
-    {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", nullptr},
-    {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", nullptr},
+    {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", &vln_pe::lsubsample_ops},
+    {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", &vln_pe::lsupersample_ops},
     {FN_MERGESTREAMS, "FN_MERGESTREAMS", nullptr},
     {FN_NULLCONV, "FN_NULLCONV", &vln_pe::nullconv_ops},
     {FN_NULLCELL, "FN_NULLCELL", &vln_pe::nullcell_ops},
@@ -78,15 +77,15 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_RGB24FINAL, "FN_RGB24FINAL", nullptr},
     {FN_RGBITORGB, "FN_RGBITORGB", nullptr},
     {FN_RGBTORGB, "FN_RGBTORGB", nullptr},
-    {FN_RLSEG, "FN_RLSEG", nullptr},
+    {FN_RLSEG, "FN_RLSEG", &vln_pe::rlseg_ops},
     {FN_RTSHADE, "FN_RTSHADE", nullptr},
     {FN_RTSHADE16, "FN_RTSHADE16", nullptr},
     {FN_SHADE, "FN_SHADE", nullptr},
     {FN_SSYNC, "FN_SSYNC", &vln_pe::ssync_ops},
     {FN_STIPPLE, "FN_STIPPLE", nullptr},
-    {FN_SUBSAMPLE, "FN_SUBSAMPLE", nullptr},
-    {FN_SUBSAMPLE2, "FN_SUBSAMPLE2", nullptr},
-    {FN_SUPERSAMPLE, "FN_SUPERSAMPLE", nullptr},
+    {FN_SUBSAMPLE, "FN_SUBSAMPLE", &vln_pe::subsample_ops},
+    {FN_SUBSAMPLE2, "FN_SUBSAMPLE2", &vln_pe::subsample2_ops},
+    {FN_SUPERSAMPLE, "FN_SUPERSAMPLE", &vln_pe::supersample_ops},
     {FN_SYNC, "FN_SYNC", &vln_pe::sync_ops},
     {FN_TCONV, "FN_TCONV", &vln_pe::tconv_ops},
     {FN_OPTIM_TCONV, "FN_OPTIM_TCONV", nullptr},
