@@ -247,6 +247,7 @@ typedef struct dsinput {
     int32_t next_line;
     struct Vds *raster;
     int32_t nr_clients;
+    int32_t clients_done;  /* clients that have taken every line */
     int32_t nr_file_reads; /* lines fetched from the reader, for inspection */
 } dsinput;
 
@@ -318,7 +319,6 @@ typedef struct Vds {
     double line_step, cell_step;
     int32_t src_first_line, src_nr_lines, src_first_cell, src_nr_cells;
     void **conv_lines;
-    int32_t lines_owned; /* which entries of lines the reader allocated, as bits */
 } Vds;
 
 /* ---------------------------------------------------------------- the pool */

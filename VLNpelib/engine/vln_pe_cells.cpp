@@ -5,6 +5,7 @@
  * the type's limits, so that out-of-range values keep their sign's extreme
  * rather than wrapping; NaN becomes 0. One template per pair of types.
  */
+#include <cstdio>
 #include <cstring>
 
 #include "vln_pe_internal.h"

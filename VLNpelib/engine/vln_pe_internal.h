@@ -210,8 +210,12 @@ pe_context *pe_create_context(void);
 void pe_destroy_context(pe_context *pe);
 /* Runs the start hooks of both trees. */
 void pe_start_trees(pe_context *pe);
-/* One line from a tree through `root_read`, under the handle's target: 0, -1
- * when there is no tree, 1 on failure (text in the context). */
+/* One line of the raster tree (`which` 0) or the vector tree (1), under the
+ * handle's target: 0, -1 when there is no tree or no line left, 1 on failure
+ * (the text in the handle, or in the context without one). */
+int pe_read_lines(pe_context *pe, int which, void **lines, rlseg **rlsegs);
+/* One call of `root_read` on `root` under the handle's target: 0, -1 when
+ * there is no root, 1 on failure. */
 int pe_guarded_read(pe_context *pe, funcnode *root, void (*root_read)(funcnode *root));
 
 /* The sampling rule of every resampling node. */

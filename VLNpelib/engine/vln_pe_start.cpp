@@ -166,6 +166,15 @@ int pe_guarded_read(pe_context *pe, funcnode *root, void (*root_read)(funcnode *
     return guarded(pe, [&] { root_read(root); }) ? 0 : 1;
 }
 
+int pe_read_lines(pe_context *pe, int which, void **lines, rlseg **rlsegs)
+{
+    funcnode *root = which == 0 ? pe->raster_root : pe->vector_root;
+    if (root == nullptr) return -1;
+    int result = -1;
+    if (!guarded(pe, [&] { result = vread_read_lines(root, lines, rlsegs); })) return 1;
+    return result;
+}
+
 /* ---------------------------------------------------------------- init_alg */
 
 namespace {

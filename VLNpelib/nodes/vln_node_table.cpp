@@ -15,6 +15,8 @@ extern const NodeOps bilinear_line_supersample_ops;
 extern const NodeOps bilinear_supersample_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps gennulls_ops;
+extern const NodeOps getinput_ops;
+extern const NodeOps input_ops;
 extern const NodeOps inregion_ops;
 extern const NodeOps lsubsample_ops;
 extern const NodeOps lsupersample_ops;
@@ -22,6 +24,7 @@ extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
 extern const NodeOps optim_ops;
+extern const NodeOps read_ops;
 extern const NodeOps position_ops;
 extern const NodeOps rescolour_ops;
 extern const NodeOps rlseg_ops;
@@ -31,6 +34,7 @@ extern const NodeOps subsample_ops;
 extern const NodeOps supersample_ops;
 extern const NodeOps sync_ops;
 extern const NodeOps tconv_ops;
+extern const NodeOps vread_ops;
 }  // namespace vln_pe
 
 namespace {
@@ -41,7 +45,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_ADDNULL, "FN_ADDNULL", &vln_pe::addnull_ops},
     {FN_ADJUSTRLSEG, "FN_ADJUSTRLSEG", &vln_pe::adjustrlseg_ops},
     {FN_APPENDNULLS, "FN_APPENDNULLS", &vln_pe::appendnulls_ops},
-    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE", &vln_pe::bilinear_line_supersample_ops},
+    {FN_BILINEAR_LINE_SUPERSAMPLE, "FN_BILINEAR_LINE_SUPERSAMPLE",
+     &vln_pe::bilinear_line_supersample_ops},
     {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", &vln_pe::bilinear_supersample_ops},
     {FN_CCOUNT, "FN_CCOUNT", nullptr},
     {FN_CDMERGE, "FN_CDMERGE", nullptr},
@@ -52,10 +57,10 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", nullptr},
     {FN_FORMULA, "FN_FORMULA", nullptr},
     {FN_GENNULLS, "FN_GENNULLS", &vln_pe::gennulls_ops},
-    {FN_GETINPUT, "FN_GETINPUT", nullptr},
+    {FN_GETINPUT, "FN_GETINPUT", &vln_pe::getinput_ops},
     {FN_HEIGHT8, "FN_HEIGHT8", nullptr},
     {FN_HSITORGB, "FN_HSITORGB", nullptr},
-    {FN_INPUT, "FN_INPUT", nullptr},
+    {FN_INPUT, "FN_INPUT", &vln_pe::input_ops},
     {FN_INREGION, "FN_INREGION", &vln_pe::inregion_ops},
     {FN_KERNEL, "FN_KERNEL", nullptr},
     {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", &vln_pe::lsubsample_ops},
@@ -71,7 +76,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_PSEUDOTORGB, "FN_PSEUDOTORGB", nullptr},
     {FN_PSMERGE, "FN_PSMERGE", nullptr},
     {FN_RANODE, "FN_RANODE", nullptr},
-    {FN_READ, "FN_READ", nullptr},
+    {FN_READ, "FN_READ", &vln_pe::read_ops},
     {FN_RESCOLOUR, "FN_RESCOLOUR", &vln_pe::rescolour_ops},
     {FN_RGB24TO8, "FN_RGB24TO8", nullptr},
     {FN_RGB24FINAL, "FN_RGB24FINAL", nullptr},
@@ -96,7 +101,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_TRANSPARENCY, "FN_TRANSPARENCY", nullptr},
     {FN_VREADTOPP, "FN_VREADTOPP", nullptr},
     {FN_VREADTOMSRGBH, "FN_VREADTOMSRGBH", nullptr},
-    {FN_VREAD, "FN_VREAD", nullptr},
+    {FN_VREAD, "FN_VREAD", &vln_pe::vread_ops},
 };
 
 constexpr bool rows_in_value_order()

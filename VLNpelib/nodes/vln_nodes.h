@@ -109,9 +109,10 @@ void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, p
 /* The root of a tree, with one input per output band; the fuller layouts of
  * the opens build on it. `which` 0 raster, 1 vector. */
 void setup_vreadnode(funcnode **slot, pe_context *pe, int mode, int which);
-/* Reads one line of every band into `lines` (and their runs into `rlsegs`,
- * which may be null) through a root made by setup_vreadnode. */
-void vread_set_target(funcnode *root, void **lines, rlseg **rlsegs);
-void vread_read(funcnode *root);
+/* One line of every band of a root made by setup_vreadnode into `lines`, and
+ * their runs into `rlsegs` (may be null; a list in it is the last read's and
+ * is freed): 0, or -1 when every line has been delivered. Run it under the
+ * handle's failure target. */
+int vread_read_lines(funcnode *root, void **lines, rlseg **rlsegs);
 
 #endif

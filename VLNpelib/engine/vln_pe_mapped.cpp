@@ -1,0 +1,211 @@
+/*
+ * vln_pe_mapped.cpp: the reader behind the engine's dataset inputs.
+ *
+ * vds_mmopen opens a rectangle of a dataset by its header, vds_mmread gives
+ * any line of it in the caller's cell type with the valid runs of each band,
+ * vds_mmclose ends it. A plain raster is read directly (mode 0) through the
+ * raster's line reader, which runs at the rate of a plain copy from the page
+ * cache; that is the path the engine takes. The valid runs come from the
+ * cells: a cell equal to the header's null value is null, and with no null
+ * value every cell of an integer line is valid while a real line treats NaN
+ * as null. The runs of a read stay the handle's until its next read.
+ */
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "vld_coords.h"
+#include "vln_pe_internal.h"
+
+using namespace vln_pe;
+
+namespace {
+
+// What the handle keeps beside its documented fields.
+struct MappedState {
+    rlseg_pool pool{};
+    std::vector<rlseg *> runs;  // one list per band, the last read's
+    bool has_null = false;
+    double null_value = 0.0;
+};
+
+MappedState *state_of(Vds *h)
+{
+    return static_cast<MappedState *>(h->rlseg_info);
+}
+
+template <class T>
+bool is_null_cell(T v, bool has_null, T null_cell)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        if (v != v) return true;  // NaN
+    }
+    return has_null && v == null_cell;
+}
+
+// The runs of one line: maximal stretches of cells that aren't null.
+template <class T>
+rlseg *runs_of_line(rlseg_pool *pool, const void *data, int n, bool has_null, double null_value)
+{
+    const T *cells = static_cast<const T *>(data);
+    const T null_cell = round_to<T>(null_value);
+    if (!has_null && !std::is_floating_point_v<T>)
+        return n > 0 ? pe_create_rlseg(pool, 0, n - 1) : nullptr;
+    rlseg *head = nullptr, **tail = &head;
+    int i = 0;
+    while (i < n) {
+        while (i < n && is_null_cell(cells[i], has_null, null_cell)) i++;
+        if (i >= n) break;
+        int first = i;
+        while (i < n && !is_null_cell(cells[i], has_null, null_cell)) i++;
+        *tail = pe_create_rlseg(pool, first, i - 1);
+        tail = &(*tail)->next;
+    }
+    return head;
+}
+
+rlseg *runs_from_cells(rlseg_pool *pool, int type, const void *data, int n, bool has_null,
+                       double null_value)
+{
+    return with_cell_type(type, [&](auto t) -> rlseg * {
+        using T = decltype(t);
+        if constexpr (std::is_same_v<T, std::byte>)
+            return nullptr;
+        else
+            return runs_of_line<T>(pool, data, n, has_null, null_value);
+    });
+}
+
+void free_handle(Vds *h)
+{
+    if (h == nullptr) return;
+    if (h->raster != nullptr) {
+        ec_raster(h->raster);
+        std::free(h->raster);
+    }
+    if (MappedState *s = state_of(h)) {
+        rlseg_pool_release(&s->pool);
+        delete s;
+    }
+    for (int b = 0; b < h->nr_bands; b++) {
+        if (h->lines != nullptr) std::free(h->lines[b]);  // only the handle's own lines
+        if (h->conv_lines != nullptr) std::free(h->conv_lines[b]);
+    }
+    std::free(h->lines);
+    std::free(h->conv_lines);
+    std::free(h->bands);
+    std::free(h->error_text);
+    std::free(h);
+}
+
+}  // namespace
+
+int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_cells,
+               const int *bands, int nr_bands, int out_type)
+{
+    if (handle == nullptr)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null argument to the mapped reader");
+    *handle = nullptr;
+    if (dsh == nullptr || bands == nullptr || nr_bands < 1)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null argument to the mapped reader");
+    if (dsh->data_type != DT_Raster)
+        return VLD_setup_error(VLD_ERR_MESSAGE, "The dataset is not a raster");
+    if (dsh->algorithm != nullptr)
+        return VLD_setup_error(VLD_ERR_CANNOT_USE_VDS,
+                               dsh->name != nullptr ? dsh->name : "virtual dataset");
+    const dshdr *source = dsh->source_dsh;
+    const bool resampled = (dsh->flags & DSHDR_FLAG_RESAMPLED) != 0;
+    if (source != nullptr && !coordspaces_equal(&source->coordspace, &dsh->coordspace))
+        return VLD_setup_error(VLD_ERR_MESSAGE,
+                               "Rectifying a dataset on the fly needs the coordinate engine, "
+                               "which this build doesn't have yet");
+    if (resampled || (source != nullptr && (source->info.r.nr_cells > dsh->info.r.nr_cells ||
+                                            source->info.r.nr_lines > dsh->info.r.nr_lines)))
+        return VLD_setup_error(VLD_ERR_MESSAGE,
+                               "Reading a resampled view of a dataset isn't built yet");
+
+    auto *h = static_cast<Vds *>(malloc_or_die(sizeof(Vds)));
+    std::memset(h, 0, sizeof *h);
+    h->mode = 0;
+    h->dsh = dsh;
+    h->first_line = first_line;
+    h->nr_lines = nr_lines;
+    h->first_cell = first_cell;
+    h->nr_cells = nr_cells;
+    h->nr_bands = nr_bands;
+    h->out_type = out_type;
+    h->file_type = dsh->info.r.cell_type;
+    h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * nr_bands));
+    auto *state = new MappedState;
+    state->runs.assign(static_cast<size_t>(nr_bands), nullptr);
+    state->has_null = dsh->info.r.has_null != 0;
+    state->null_value = dsh->info.r.null_value;
+    h->rlseg_info = state;
+
+    std::vector<std::string> texts(static_cast<size_t>(nr_bands));
+    std::vector<char *> band_strings(static_cast<size_t>(nr_bands));
+    for (int b = 0; b < nr_bands; b++) {
+        h->bands[b] = bands[b];
+        texts[b] = std::to_string(static_cast<long long>(bands[b]) + 1);
+        band_strings[b] = texts[b].data();
+    }
+    h->raster = static_cast<rasterfile *>(malloc_or_die(sizeof(rasterfile)));
+    std::memset(h->raster, 0, sizeof(rasterfile));
+    h->raster->fd = -1;
+    if (int status = eo_raster(h->raster, dsh, first_line, nr_lines, first_cell, nr_cells,
+                               RASTER_BAND_LIST, nr_bands, band_strings.data())) {
+        std::free(h->raster);
+        h->raster = nullptr;
+        free_handle(h);
+        return status;
+    }
+    h->lines = static_cast<void **>(malloc_or_die(sizeof(void *) * nr_bands));
+    std::memset(h->lines, 0, sizeof(void *) * nr_bands);
+    if (out_type != h->file_type) {
+        h->conv_lines = static_cast<void **>(malloc_or_die(sizeof(void *) * nr_bands));
+        const size_t bytes = static_cast<size_t>(nr_cells) * celltypesize(h->file_type) + 8;
+        for (int b = 0; b < nr_bands; b++) h->conv_lines[b] = malloc_or_die(bytes);
+    }
+    *handle = h;
+    return 0;
+}
+
+int vds_mmread(Vds *h, void **lines, rlseg **rlsegs, int line, int flags)
+{
+    (void)flags;  // bilinear and the fast search are for warped reads
+    if (h == nullptr || lines == nullptr)
+        return VLD_setup_error(VLD_ERR_INTERNAL, "Null argument to the mapped reader");
+    if (line < 0 || line >= h->nr_lines) return VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
+    MappedState *s = state_of(h);
+    const int out_bytes = celltypesize(h->out_type);
+    for (int b = 0; b < h->nr_bands; b++) {
+        if (lines[b] != nullptr) continue;
+        if (h->lines[b] == nullptr) {
+            h->lines[b] = malloc_or_die(static_cast<size_t>(h->nr_cells) * out_bytes + 8);
+        }
+        lines[b] = h->lines[b];
+    }
+    void **targets = h->conv_lines != nullptr ? h->conv_lines : lines;
+    if (int status = h->raster->read(h->raster, targets, h->first_line + line, 1)) return status;
+    for (int b = 0; b < h->nr_bands; b++) {
+        pe_free_rlsegs(&s->pool, &s->runs[b]);
+        if (rlsegs != nullptr) {
+            s->runs[b] = runs_from_cells(&s->pool, h->file_type, targets[b], h->nr_cells,
+                                         s->has_null, s->null_value);
+            rlsegs[b] = s->runs[b];
+        }
+        if (h->conv_lines != nullptr)
+            convtype_cells(h->file_type, h->conv_lines[b], h->out_type, lines[b], 0, h->nr_cells);
+    }
+    return 0;
+}
+
+int vds_mmclose(Vds **handle)
+{
+    if (handle == nullptr || *handle == nullptr) return 0;
+    free_handle(*handle);
+    *handle = nullptr;
+    return 0;
+}
