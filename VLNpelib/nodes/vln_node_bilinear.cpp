@@ -46,14 +46,16 @@ void bilinear_init(funcnode *node)
     setup_bufinfo(node->output, type);
 }
 
-void mark_mask(BilinearCells *n, const rlseg *runs)
+/* Sets the mask over the runs' cells to `value`. Between reads the mask is
+ * all 0, so that no work is done outside runs. */
+void mark_mask(BilinearCells *n, const rlseg *runs, uint8_t value)
 {
-    const int input_width = n->source_width + 2;
-    std::memset(n->mask, 0, static_cast<size_t>(input_width));
+    const int last_input = n->source_width + 1;
     for (; runs != nullptr; runs = runs->next) {
         int first = std::max(runs->first, 0);
-        int last = std::min(runs->last, input_width - 1);
-        if (first <= last) std::memset(n->mask + first, 1, static_cast<size_t>(last - first + 1));
+        int last = std::min(runs->last, last_input);
+        if (first <= last)
+            std::memset(n->mask + first, value, static_cast<size_t>(last - first + 1));
     }
 }
 
@@ -119,7 +121,7 @@ void bilinear_read(funcnode *node)
     pull(node);
     linebuf *from = node->inputs[0].buffers->buffers[0];
     linebuf *to = node->output->buffers[0];
-    mark_mask(n, from->rlsegs);
+    mark_mask(n, from->rlsegs, 1);
     {
         TruncatingRounding truncating;
         rlseg *runs = map_runs(n, from->rlsegs);
@@ -136,6 +138,7 @@ void bilinear_read(funcnode *node)
                        [](double u, double v, double f) { return blend_values<false>(u, v, f); });
         give_rlsegs(pe, to, runs);
     }
+    mark_mask(n, from->rlsegs, 0);
     pe_free_rlseg_list(pe, &from->rlsegs);
 }
 

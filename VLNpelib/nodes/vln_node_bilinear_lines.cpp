@@ -10,7 +10,9 @@
  * `previous` (i) and `current` (j), and pulls only when the position has
  * moved past `current`. Where only one of the two lines is valid, the nearer
  * line decides: its cell is taken if it is the valid one, and the cell is
- * null otherwise.
+ * null otherwise; a tie goes to `previous`. Kept: at a weight of exactly 0
+ * only the cells valid in both lines are, so that a line that falls exactly
+ * on an input line loses that line's cells at the edge of a valid area.
  */
 #include <algorithm>
 #include <utility>
