@@ -18,11 +18,6 @@
 
 namespace {
 
-bool is_class_type(int type)
-{
-    return type == ST_Classification || type == ST_ClassificationDisplay;
-}
-
 bool surface_has_intensity_group(pe_context *pe, int surface_index)
 {
     for (pe_streamgroup *g = pe->groups[surface_index]; g != nullptr; g = g->next)

@@ -37,15 +37,6 @@ int ds_lines(const dsinput *d)
     return d->dsh->info.r.nr_lines;
 }
 
-/* A coordinate space marked EN, for coordinates that cvt_cell_to_nonLL_coord
- * gave. */
-coordspace non_ll(const coordspace &space)
-{
-    coordspace c = space;
-    if (c.coordsystype == CST_LL) c.coordsystype = CST_EN;
-    return c;
-}
-
 /* The cells of each region of `dsh`, moved from the grid of `old_dsh`. */
 void regrid_regions(pe_context *pe, dshdr *old_dsh, dshdr *dsh)
 {

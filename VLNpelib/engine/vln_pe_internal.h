@@ -141,16 +141,29 @@ double cell_value(int cell_type, const void *line, int i);
 
 /* ---------------------------------------------------------------- sampling */
 
-/* Sets the floating-point unit to truncation for a scope, and back. */
-class TruncatingRounding {
+/* Sets the floating-point unit's rounding mode (an FE_ value) for a scope,
+ * and back. */
+class RoundingMode {
    public:
-    TruncatingRounding();
-    ~TruncatingRounding();
-    TruncatingRounding(const TruncatingRounding &) = delete;
-    TruncatingRounding &operator=(const TruncatingRounding &) = delete;
+    explicit RoundingMode(int mode);
+    ~RoundingMode();
+    RoundingMode(const RoundingMode &) = delete;
+    RoundingMode &operator=(const RoundingMode &) = delete;
 
    private:
     int saved_;
+};
+
+/* Truncation, under which sampling loops turn positions into cells. */
+class TruncatingRounding : public RoundingMode {
+   public:
+    TruncatingRounding();
+};
+
+/* Rounding to nearest, the mode that rint relies on. */
+class NearestRounding : public RoundingMode {
+   public:
+    NearestRounding();
 };
 
 /* Truncates in the present rounding mode (truncation under TruncatingRounding). */
@@ -198,6 +211,8 @@ void pe_free_rlseg_list(pe_context *pe, rlseg **list);
 [[noreturn]] void alg_internal_error(pe_context *pe, const char *file, int line, const char *text);
 int usercode_error_fatal(char **out, const char *format, ...) VLD_PRINTF(2, 3);
 void init_usercode_error_handling(void);
+/* Turns off the verbose report of failures (the engine's start does). */
+void pe_clear_verbose_errors();
 
 /* The engine's start and switches. */
 int pe_initialised(void);

@@ -6,9 +6,8 @@
  * vds_mmclose ends it. A plain raster is read directly (mode 0) through the
  * raster's line reader, which runs at the rate of a plain copy from the page
  * cache; that is the path the engine takes. The valid runs come from the
- * cells: a cell equal to the header's null value is null, and with no null
- * value every cell of an integer line is valid while a real line treats NaN
- * as null. The runs of a read stay the handle's until its next read.
+ * cells, by the engine's one routine for the file's cell type. The runs of a
+ * read stay the handle's until its next read.
  */
 #include <cstdio>
 #include <cstring>
@@ -17,7 +16,7 @@
 #include <vector>
 
 #include "vld_coords.h"
-#include "vln_pe_internal.h"
+#include "vln_nodes.h"
 
 using namespace vln_pe;
 
@@ -27,55 +26,13 @@ namespace {
 struct MappedState {
     rlseg_pool pool{};
     std::vector<rlseg *> runs;  // one list per band, the last read's
-    bool has_null = false;
-    double null_value = 0.0;
+    rlsegs_routine routine = nullptr;
+    alignas(8) unsigned char null_cell[8] = {};  // the null value in the file's type
 };
 
 MappedState *state_of(Vds *h)
 {
     return static_cast<MappedState *>(h->rlseg_info);
-}
-
-template <class T>
-bool is_null_cell(T v, bool has_null, T null_cell)
-{
-    if constexpr (std::is_floating_point_v<T>) {
-        if (v != v) return true;  // NaN
-    }
-    return has_null && v == null_cell;
-}
-
-// The runs of one line: maximal stretches of cells that aren't null.
-template <class T>
-rlseg *runs_of_line(rlseg_pool *pool, const void *data, int n, bool has_null, double null_value)
-{
-    const T *cells = static_cast<const T *>(data);
-    const T null_cell = round_to<T>(null_value);
-    if (!has_null && !std::is_floating_point_v<T>)
-        return n > 0 ? pe_create_rlseg(pool, 0, n - 1) : nullptr;
-    rlseg *head = nullptr, **tail = &head;
-    int i = 0;
-    while (i < n) {
-        while (i < n && is_null_cell(cells[i], has_null, null_cell)) i++;
-        if (i >= n) break;
-        int first = i;
-        while (i < n && !is_null_cell(cells[i], has_null, null_cell)) i++;
-        *tail = pe_create_rlseg(pool, first, i - 1);
-        tail = &(*tail)->next;
-    }
-    return head;
-}
-
-rlseg *runs_from_cells(rlseg_pool *pool, int type, const void *data, int n, bool has_null,
-                       double null_value)
-{
-    return with_cell_type(type, [&](auto t) -> rlseg * {
-        using T = decltype(t);
-        if constexpr (std::is_same_v<T, std::byte>)
-            return nullptr;
-        else
-            return runs_of_line<T>(pool, data, n, has_null, null_value);
-    });
 }
 
 void free_handle(Vds *h)
@@ -140,8 +97,8 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
     h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * nr_bands));
     auto *state = new MappedState;
     state->runs.assign(static_cast<size_t>(nr_bands), nullptr);
-    state->has_null = dsh->info.r.has_null != 0;
-    state->null_value = dsh->info.r.null_value;
+    get_setup_rlsegs_info(h->file_type, dsh->info.r.has_null, dsh->info.r.null_value,
+                          &state->routine, state->null_cell);
     h->rlseg_info = state;
 
     std::vector<std::string> texts(static_cast<size_t>(nr_bands));
@@ -192,8 +149,9 @@ int vds_mmread(Vds *h, void **lines, rlseg **rlsegs, int line, int flags)
     for (int b = 0; b < h->nr_bands; b++) {
         pe_free_rlsegs(&s->pool, &s->runs[b]);
         if (rlsegs != nullptr) {
-            s->runs[b] = runs_from_cells(&s->pool, h->file_type, targets[b], h->nr_cells,
-                                         s->has_null, s->null_value);
+            s->runs[b] = s->routine != nullptr
+                             ? s->routine(&s->pool, targets[b], h->nr_cells, s->null_cell)
+                             : nullptr;
             rlsegs[b] = s->runs[b];
         }
         if (h->conv_lines != nullptr)

@@ -7,6 +7,12 @@
 
 #include "vln_pe_internal.h"
 
+/* The two class stream types, which keep their values as doubles to the merge. */
+inline bool is_class_type(int type)
+{
+    return type == ST_Classification || type == ST_ClassificationDisplay;
+}
+
 /* The preparation: which streams take part, their datasets, margins and
  * groups. Its failures jump. */
 void prepare_alg(algorithm *alg, pe_context *pe);

@@ -21,11 +21,6 @@ void progress(pe_context *pe, const char *text)
     if (pe->progress_fn != nullptr) pe->progress_fn(pe->progress_arg, text);
 }
 
-bool is_class_type(int type)
-{
-    return type == ST_Classification || type == ST_ClassificationDisplay;
-}
-
 int kernel_stack_rows(const kernel *k)
 {
     int rows = 1;
@@ -144,7 +139,7 @@ void take_inputs(pe_context *pe, pe_stream *ps)
 
 /* ---------------------------------------------------------------- margins */
 
-void work_out_margins(pe_context *pe, pe_stream *ps)
+void work_out_margins(pe_stream *ps)
 {
     const stream *st = ps->stream;
     int max_rows = 1, max_cols = 1;
@@ -383,7 +378,7 @@ void prepare_alg(algorithm *alg, pe_context *pe)
             ps->rts_after_zoom = 1;
     }
     for (pe_stream *ps = pe->streams; ps != nullptr; ps = ps->next)
-        if (ps->type != ST_DynamicLink) work_out_margins(pe, ps);
+        if (ps->type != ST_DynamicLink) work_out_margins(ps);
     for (dsinput *d = pe->dsinputs; d != nullptr; d = d->next) {
         widen_dsinput(pe, d);
         setup_dsi_subsample_arrays(pe, d);

@@ -9,15 +9,19 @@
 
 #include "vln_pe_internal.h"
 
-vln_pe::TruncatingRounding::TruncatingRounding() : saved_(std::fegetround())
+vln_pe::RoundingMode::RoundingMode(int mode) : saved_(std::fegetround())
 {
-    std::fesetround(FE_TOWARDZERO);
+    std::fesetround(mode);
 }
 
-vln_pe::TruncatingRounding::~TruncatingRounding()
+vln_pe::RoundingMode::~RoundingMode()
 {
     std::fesetround(saved_);
 }
+
+vln_pe::TruncatingRounding::TruncatingRounding() : RoundingMode(FE_TOWARDZERO) {}
+
+vln_pe::NearestRounding::NearestRounding() : RoundingMode(FE_TONEAREST) {}
 
 int64_t vln_pe::hardware_int(double value)
 {

@@ -20,8 +20,6 @@
 
 using namespace vln_pe;
 
-void pe_clear_verbose_errors();
-
 namespace {
 
 vln_mutex start_mutex;

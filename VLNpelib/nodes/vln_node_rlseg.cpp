@@ -27,25 +27,26 @@ bool is_null(T value, T null)
 
 /* The maximal runs of cells of a line that aren't null. */
 template <class T, bool NanIsNull>
-rlseg *scan_runs(pe_context *pe, const void *line, int nr_cells, const void *null_cell)
+rlseg *scan_runs(rlseg_pool *pool, const void *line, int nr_cells, const void *null_cell)
 {
     const T *cells = static_cast<const T *>(line);
     T null;
     std::memcpy(&null, null_cell, sizeof null);
-    RunList runs(pe);
+    rlseg *head = nullptr, **tail = &head;
     for (int i = 0; i < nr_cells;) {
         while (i < nr_cells && is_null<T, NanIsNull>(cells[i], null)) i++;
         if (i == nr_cells) break;
         int first = i;
         while (i < nr_cells && !is_null<T, NanIsNull>(cells[i], null)) i++;
-        runs.add(first, i - 1);
+        *tail = pe_create_rlseg(pool, first, i - 1);
+        tail = &(*tail)->next;
     }
-    return runs.head;
+    return head;
 }
 
-rlseg *whole_line(pe_context *pe, const void *, int nr_cells, const void *)
+rlseg *whole_line(rlseg_pool *pool, const void *, int nr_cells, const void *)
 {
-    return nr_cells > 0 ? pe_rlseg(pe, 0, nr_cells - 1) : nullptr;
+    return nr_cells > 0 ? pe_create_rlseg(pool, 0, nr_cells - 1) : nullptr;
 }
 
 }  // namespace
@@ -106,7 +107,7 @@ void rlseg_read(funcnode *node)
     for (int b = 0; b < in->nr_buffers; b++) {
         linebuf *line = out->buffers[b];
         give_rlsegs(n->base.pe, line,
-                    n->routine(n->base.pe, line->data, n->nr_cells, n->null_cell));
+                    n->routine(&n->base.pe->rlsegs, line->data, n->nr_cells, n->null_cell));
     }
 }
 

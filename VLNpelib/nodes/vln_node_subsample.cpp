@@ -27,18 +27,6 @@ struct Subsample {
     int out_cells;  // read_cells
 };
 
-/* Rounding to nearest, the mode that rint relies on, for a scope. */
-class NearestRounding {
-   public:
-    NearestRounding() : saved_(std::fegetround()) { std::fesetround(FE_TONEAREST); }
-    ~NearestRounding() { std::fesetround(saved_); }
-    NearestRounding(const NearestRounding &) = delete;
-    NearestRounding &operator=(const NearestRounding &) = delete;
-
-   private:
-    int saved_;
-};
-
 /* The input cell on which output cell i falls, truncated. */
 int64_t position(int64_t i, double step)
 {

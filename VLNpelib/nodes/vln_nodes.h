@@ -56,7 +56,7 @@ void setup_inregion_node(funcnode **slot, pe_context *pe, pe_stream *ps, regioni
 
 /* A routine that makes a line's runs from its values: every cell that isn't
  * `null_cell` (a value in the line's type) is valid. */
-typedef rlseg *(*rlsegs_routine)(pe_context *pe, const void *line, int nr_cells,
+typedef rlseg *(*rlsegs_routine)(rlseg_pool *pool, const void *line, int nr_cells,
                                  const void *null_cell);
 /* Chooses the routine for a cell type: with no null value, the integer types
  * give the whole line and the real types treat NaN as null. `null_cell` gets

@@ -68,18 +68,18 @@ inline std::string write_dataset(const TempDir &dir, const std::string &stem, in
     return header;
 }
 
-struct StreamSpec {
+struct StreamDoc {
     std::string dataset;
     int band = 1;
     std::string description = "Band";
 };
 
-struct AlgSpec {
+struct AlgDoc {
     double tl_x = 0, tl_y = 0, br_x = 0, br_y = 0;
     int width = 0, height = 0;
     bool bilinear = false;
     int output_type = Unsigned16BitInteger;
-    std::vector<StreamSpec> streams;
+    std::vector<StreamDoc> streams;
 };
 
 inline const char *cell_type_word(int type)
@@ -89,7 +89,7 @@ inline const char *cell_type_word(int type)
     return "None";
 }
 
-inline std::string alg_text(const AlgSpec &a)
+inline std::string alg_text(const AlgDoc &a)
 {
     std::ostringstream o;
     o << "Algorithm Begin\n\tVersion = \"7.0\"\n\tName = \"engine test\"\n";
@@ -104,7 +104,7 @@ inline std::string alg_text(const AlgSpec &a)
     o << "\tCanvasWidth = " << a.width << "\n\tCanvasHeight = " << a.height << "\n";
     o << "\tOutputType = " << cell_type_word(a.output_type) << "\n\tNullValue = 0\n";
     o << "\tSurface Begin\n\t\tName = \"Bands\"\n\t\tColorMode = DATASET\n";
-    for (const StreamSpec &s : a.streams) {
+    for (const StreamDoc &s : a.streams) {
         o << "\t\tStream Begin\n\t\t\tType = Pseudo\n\t\t\tDescription = \"" << s.description
           << "\"\n\t\t\tDataset = \"" << s.dataset << "\"\n";
         o << "\t\t\tStreamInput Begin\n\t\t\t\tStreamInputID = 1\n\t\t\tStreamInput End\n";
@@ -122,13 +122,13 @@ struct Open {
     pe_context *pe = nullptr;
     int status = -1;
 
-    Open(const TempDir &dir, const AlgSpec &spec, const std::string &name = "test.alg")
+    Open(const TempDir &dir, const AlgDoc &doc, const std::string &name = "test.alg")
     {
         setenv("VORLAN", VORLAN_SHARE_DIR, 0);
         setenv("VLN_MACHINE_TYPE", "linux", 0);
         EXPECT_EQ(PE_initialise("engine tests"), 0);
         std::string path = dir.file(name);
-        std::ofstream(path) << alg_text(spec);
+        std::ofstream(path) << alg_text(doc);
         EXPECT_EQ(eg_algorithm_with_transients(&alg, path.c_str()), 0)
             << (VLD_error.text ? VLD_error.text : "");
         if (alg == nullptr) return;

@@ -24,7 +24,7 @@ TEST(EngineDump, TreesMatchGoldenText)
     eng::TempDir dir;
     std::string small = eng::write_dataset(dir, "small", 20, 15, 2);
     std::string wide = eng::write_dataset(dir, "wide", 60, 45);
-    const eng::AlgSpec specs[] = {
+    const eng::AlgDoc docs[] = {
         {0, 0, 20, 15, 20, 15, false, Unsigned16BitInteger, {{small}}},
         {0, 0, 20, 15, 40, 30, false, IEEE4ByteReal, {{small}}},
         {0, 0, 60, 45, 20, 15, false, Unsigned8BitInteger, {{wide}}},
@@ -35,8 +35,8 @@ TEST(EngineDump, TreesMatchGoldenText)
     FILE *out = std::fopen(out_path.c_str(), "w");
     ASSERT_NE(out, nullptr);
     vln_SetStdErr(out);
-    for (const eng::AlgSpec &spec : specs) {
-        eng::Open open(dir, spec);
+    for (const eng::AlgDoc &doc : docs) {
+        eng::Open open(dir, doc);
         EXPECT_EQ(open.status, 0) << open.error();
     }
     vln_SetStdErr(nullptr);

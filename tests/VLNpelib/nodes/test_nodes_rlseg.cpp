@@ -50,7 +50,8 @@ TEST(RlsegRoutine, EveryCellThatIsNotTheNullIsValid)
         for (size_t i = 0; i < row.cells.size(); i++)
             vln_pe::convtype1(row.cells[i], row.cell_type,
                               line.data() + i * static_cast<size_t>(size));
-        rlseg *runs = routine(t.pe, line.data(), static_cast<int>(row.cells.size()), null_cell);
+        rlseg *runs =
+            routine(&t.pe->rlsegs, line.data(), static_cast<int>(row.cells.size()), null_cell);
         EXPECT_EQ(runs_of(runs), row.expected);
         pe_free_rlseg_list(t.pe, &runs);
         // The null value is kept in the type's own form.
