@@ -12,6 +12,7 @@
  * Line memory below this node exists only while the stream is in its rows:
  * it is made on the stream's first row and released right after its last.
  */
+#include <algorithm>
 #include <cstring>
 
 #include "vln_nodes.h"
@@ -51,15 +52,25 @@ void init(funcnode *node)
             static_cast<char *>(p->null_block) + static_cast<size_t>(i) * out->cell_size);
 }
 
-/* Fills a whole line with nulls, a block at a time. */
-void fill_nulls(const SSync *p, const bufinfo *out, void *line)
+/* Fills cells `first` .. `first + count - 1` of a line with nulls, a block at a time. */
+void fill_nulls(const SSync *p, const bufinfo *out, void *line, int first, int count)
 {
+    if (count <= 0) return;
     const size_t block_bytes = static_cast<size_t>(p->block_cells) * out->cell_size;
-    auto *at = static_cast<char *>(line);
-    for (int n = out->nr_cells / p->block_cells; n > 0; n--, at += block_bytes)
+    auto *at = static_cast<char *>(line) + static_cast<size_t>(first) * out->cell_size;
+    for (int n = count / p->block_cells; n > 0; n--, at += block_bytes)
         std::memcpy(at, p->null_block, block_bytes);
-    std::memcpy(at, p->null_block,
-                static_cast<size_t>(out->nr_cells % p->block_cells) * out->cell_size);
+    std::memcpy(at, p->null_block, static_cast<size_t>(count % p->block_cells) * out->cell_size);
+}
+
+/* The cells of the stream's own window that its child writes whole: a child
+ * FN_NULLCONV writes every cell of its line, the runs' cells from below and
+ * the null value into the rest. Filling those cells first would be undone. */
+int child_covers(const funcnode *node)
+{
+    const funcnode *child = node->inputs[0].node;
+    if (child == nullptr || child->type != FN_NULLCONV || child->output == nullptr) return 0;
+    return child->output->nr_cells;
 }
 
 void read(funcnode *node)
@@ -69,11 +80,21 @@ void read(funcnode *node)
     bufinfo *out = node->output;
     const int line = p->line++;
     const bool fill = p->null_block != nullptr && !below_merge(node);
+    const bool inside = line >= p->first_line && line < p->first_line + p->nr_lines;
+    // Inside the rows, the part of the line that the child writes whole is
+    // left to it; the line comes out the same as when all of it is filled.
+    const int window_end = inside ? std::min(p->first_cell + child_covers(node), out->nr_cells) : 0;
+    const int window_start = inside ? std::max(p->first_cell, 0) : 0;
     for (int b = 0; b < out->nr_buffers; b++) {
-        if (fill) fill_nulls(p, out, out->buffers[b]->data);
+        if (fill && window_end > window_start) {
+            fill_nulls(p, out, out->buffers[b]->data, 0, window_start);
+            fill_nulls(p, out, out->buffers[b]->data, window_end, out->nr_cells - window_end);
+        } else if (fill) {
+            fill_nulls(p, out, out->buffers[b]->data, 0, out->nr_cells);
+        }
         pe_free_rlseg_list(pe, &out->buffers[b]->rlsegs);
     }
-    if (line < p->first_line || line >= p->first_line + p->nr_lines) return;
+    if (!inside) return;
 
     if (line == p->first_line) alloc_subtree_buffers(pe, node);
     bufinfo *in = node->inputs[0].buffers;

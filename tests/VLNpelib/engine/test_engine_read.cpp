@@ -7,11 +7,36 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "engine_fixture.h"
 
 std::atomic<long> g_news{0};
+
+// The test program is linked with malloc, calloc and realloc wrapped: every
+// call of the C allocator from the library and from these tests counts here.
+std::atomic<long> g_mallocs{0};
+extern "C" {
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__real_realloc(void *p, size_t size);
+void *__wrap_malloc(size_t size)
+{
+    g_mallocs.fetch_add(1, std::memory_order_relaxed);
+    return __real_malloc(size);
+}
+void *__wrap_calloc(size_t count, size_t size)
+{
+    g_mallocs.fetch_add(1, std::memory_order_relaxed);
+    return __real_calloc(count, size);
+}
+void *__wrap_realloc(void *p, size_t size)
+{
+    g_mallocs.fetch_add(1, std::memory_order_relaxed);
+    return __real_realloc(p, size);
+}
+}
 
 namespace {
 
@@ -75,6 +100,59 @@ TEST_P(EngineRead, NearestFollowsTheSamplingRule)
     EXPECT_EQ(open.read(lines, runs), -1);
     EXPECT_EQ(runs[0], nullptr);
     EXPECT_EQ(open.read(lines, runs), -1);
+}
+
+/* Where a window cell falls between the dataset cells along one axis, for
+ * bilinear enlargement: its centre in cell-centre units, held to the first and
+ * last centre. Returns the lower cell and sets the weight of the upper. */
+int bilinear_position(int size, int out, int d, double *weight)
+{
+    const double pos = std::max((d + 0.5) * size / out - 0.5, 0.0);
+    const int i = std::min(static_cast<int>(pos), size - 1);
+    *weight = i + 1 < size ? pos - i : 0.0;
+    return i;
+}
+
+/* Bilinear is an enlargement: an axis that is not enlarged samples as nearest. */
+TEST_P(EngineRead, BilinearInterpolatesBetweenCellCentres)
+{
+    const SamplingCase &c = GetParam();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "ds", c.cells, c.lines);
+    AlgDoc doc{0,           0,    double(c.cells), double(c.lines), c.out_cells,
+               c.out_lines, true, IEEE4ByteReal,   {{ds}}};
+    Open open(dir, doc);
+    ASSERT_EQ(open.status, 0) << open.error();
+    const bool wide = c.out_cells > c.cells, tall = c.out_lines > c.lines;
+    const std::vector<int> xs = nearest_positions(c.cells, c.out_cells, false);
+    const std::vector<int> ys = nearest_positions(c.lines, c.out_lines, true);
+    // The value at window cell (x, y), interpolated along each enlarged axis.
+    auto expected = [&](int x, int y) {
+        double wx = 0, wy = 0;
+        const int cx = wide ? bilinear_position(c.cells, c.out_cells, x, &wx) : xs[x];
+        const int cy = tall ? bilinear_position(c.lines, c.out_lines, y, &wy) : ys[y];
+        auto at = [&](int dx, int dy) {
+            return double(eng::value16(0, std::min(cy + dy, c.lines - 1),
+                                       std::min(cx + dx, c.cells - 1)));
+        };
+        const double top = at(0, 0) + wx * (at(1, 0) - at(0, 0));
+        const double bottom = at(0, 1) + wx * (at(1, 1) - at(0, 1));
+        return top + wy * (bottom - top);
+    };
+    std::vector<std::vector<float>> lines(1, std::vector<float>(c.out_cells));
+    std::vector<void *> ptrs{lines[0].data()};
+    std::vector<rlseg *> runs(1, nullptr);
+    for (int y = 0; y < c.out_lines; y++) {
+        ASSERT_EQ(pe_read_lines(open.pe, 0, ptrs.data(), runs.data()), 0)
+            << "line " << y << ": " << open.error();
+        ASSERT_NE(runs[0], nullptr);
+        EXPECT_EQ(runs[0]->first, 0);
+        EXPECT_EQ(runs[0]->last, c.out_cells - 1);
+        EXPECT_EQ(runs[0]->next, nullptr);
+        for (int x = 0; x < c.out_cells; x++)
+            ASSERT_NEAR(lines[0][x], expected(x, y), 1e-3) << "cell " << x << ", line " << y;
+    }
+    EXPECT_EQ(pe_read_lines(open.pe, 0, ptrs.data(), runs.data()), -1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Zooms, EngineRead,
@@ -223,11 +301,16 @@ TEST(EngineSteadyState, ReadsAllocateNothingAfterTheFirstLines)
     for (int y = 0; y < 3; y++) ASSERT_EQ(pe_read_lines(open.pe, 0, ptrs.data(), runs.data()), 0);
     const int64_t pool = open.pe->pool_allocations;
     const int runs_made = open.pe->rlsegs.nr_allocated;
-    const long news = g_news.load();
+    const long news = g_news.load(), mallocs = g_mallocs.load();
     for (int y = 3; y < 39; y++) ASSERT_EQ(pe_read_lines(open.pe, 0, ptrs.data(), runs.data()), 0);
     EXPECT_EQ(open.pe->pool_allocations, pool);
     EXPECT_EQ(open.pe->rlsegs.nr_allocated, runs_made);
     EXPECT_EQ(g_news.load(), news);
+    EXPECT_EQ(g_mallocs.load(), mallocs);
+    // The count does see the library: an open allocates.
+    const long before_open = g_mallocs.load();
+    { Open again(dir, doc); }
+    EXPECT_GT(g_mallocs.load(), before_open);
 }
 
 }  // namespace

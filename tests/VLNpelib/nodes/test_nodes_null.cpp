@@ -211,6 +211,7 @@ struct SSyncRow {
     int first_cell;
     double null_value;
     bool below_merge;
+    bool null_conversion = false;  // FN_NULLCONV below, which writes its whole line
 };
 
 TEST(NodesSSync, PlacesTheStreamAndFillsTheRestWithNulls)
@@ -221,6 +222,9 @@ TEST(NodesSSync, PlacesTheStreamAndFillsTheRestWithNulls)
         {"shorter than a block", Unsigned8BitInteger, 5, 3, 0, 2, 2, 9, false},
         {"one-line stream", Unsigned8BitInteger, 7, 2, 1, 1, 0, 4, false},
         {"below a merge", Unsigned8BitInteger, 20, 5, 1, 2, 7, 9, true},
+        {"over a null conversion", Unsigned16BitInteger, 1100, 530, 1, 2, 300, 7, false, true},
+        {"null conversion at the start", Unsigned8BitInteger, 9, 4, 0, 1, 0, 5, false, true},
+        {"null conversion at the end", Unsigned8BitInteger, 9, 4, 0, 1, 5, 5, false, true},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -232,7 +236,10 @@ TEST(NodesSSync, PlacesTheStreamAndFillsTheRestWithNulls)
             script.lines.push_back({v, {{0, 0}, {row.stream_cells - 1, row.stream_cells - 1}}});
         }
         funcnode *tree = node_test::make_source(h.pe, &script);
-        setup_clipnode(&tree, h.pe, row.stream_cells, 0, 0);  // a level 3 line below
+        if (row.null_conversion)
+            setup_nconvnode(&tree, h.pe, nullptr, row.stream_cells, row.null_value);
+        else
+            setup_clipnode(&tree, h.pe, row.stream_cells, 0, 0);  // a level 3 line below
         funcnode *clip = tree;
         setup_ssync_node(&tree, h.pe, nullptr, row.stream_cells, row.first_line, row.nr_lines,
                          row.first_cell, row.null_value);
@@ -259,7 +266,8 @@ TEST(NodesSSync, PlacesTheStreamAndFillsTheRestWithNulls)
             for (int i = 0; i < row.image_cells; i++) {
                 const int s = i - row.first_cell;
                 double want = row.below_merge ? held[i] : row.null_value;
-                if (in_rows && s >= 0 && s < row.stream_cells)
+                const bool in_run = s == 0 || s == row.stream_cells - 1;
+                if (in_rows && s >= 0 && s < row.stream_cells && (in_run || !row.null_conversion))
                     want = (k - row.first_line) * 10 + s % 7 + 20;
                 ASSERT_EQ(line.values[i], want) << "cell " << i;
             }
