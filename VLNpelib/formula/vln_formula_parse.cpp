@@ -310,7 +310,9 @@ class Parser {
     }
 
     /* Unary minus and NOT, the tightest level. A run of them is read in a
-     * loop, each counting one level of nesting, and applied inside out. */
+     * loop, each counting one level of nesting, and applied inside out. The
+     * minus signs next to a number fold into it and make no level: so a
+     * variable printed as a negative value reads back at the same depth. */
     Sub parse_unary()
     {
         Nest nest(*this);
@@ -324,8 +326,12 @@ class Parser {
                 break;
             }
             take();
-            nest.deeper();
+            if (prefix.size() > static_cast<size_t>(kMaxHeight)) fatal("parser stack overflow");
         }
+        size_t levels = prefix.size();
+        if (peek().kind == Tok::Integer || peek().kind == Tok::Real)
+            while (levels > 0 && prefix[levels - 1] == OP_NEGATE) levels--;
+        for (size_t i = 0; i < levels; i++) nest.deeper();
         Sub operand = parse_primary();
         for (auto op = prefix.rbegin(); op != prefix.rend(); ++op) {
             if (*op == OP_NEGATE && operand.node->kind == EXPR_NUMBER)

@@ -130,6 +130,40 @@ TEST(FormulaDeep, NestingIsAcceptedToALimitThenRefusedOnASmallStack)
     }
 }
 
+/* A variable prints as its value. A negative value under the deepest chain of
+ * unary operators the parser takes adds a sign, which folds into the number
+ * on reading and so must not count as one more level. */
+TEST(FormulaDeep, NegativeVariableUnderTheDeepestChainReadsBack)
+{
+    for (const std::string &ops : {repeat("-", 99), repeat("NOT ", 99), repeat("-NOT ", 49) + "-"}) {
+        const std::string text = "x - " + ops + "v";
+        ExprNode *tree = nullptr;
+        ASSERT_EQ(string_to_expr(&tree, text.c_str()), nullptr) << ops;
+        variablearg *vars = nullptr;
+        int count = 0;
+        create_variable_list(&vars, &count, tree, 0);
+        for (int i = 0; i < count; i++) vars[i].value = -0.5;
+        std::string printed(expr_to_string_n(nullptr, 0, tree, "I", nullptr, "R", nullptr, "D",
+                                             nullptr, count, vars) + 1, '\0');
+        expr_to_string(printed.data(), tree, "I", nullptr, "R", nullptr, "D", nullptr, count, vars);
+        ExprNode *back = nullptr;
+        char *message = string_to_expr(&back, printed.c_str());
+        EXPECT_EQ(message, nullptr) << printed.substr(0, 40) << ": " << message;
+        safe_free(message);
+        free_ExprNode(back);
+        ef_variablearg_array(vars, count);
+        free_ExprNode(tree);
+    }
+    // One more operator is one level too many, whatever follows it.
+    for (const char *operand : {"v", "2"}) {
+        ExprNode *tree = nullptr;
+        char *message = string_to_expr(&tree, ("x - " + repeat("NOT ", 100) + operand).c_str());
+        ASSERT_NE(message, nullptr) << operand;
+        EXPECT_EQ(std::string(message).rfind("parser stack overflow - near", 0), 0u) << message;
+        safe_free(message);
+    }
+}
+
 TEST(FormulaDeep, TallTreesGoThroughEveryWalkerOnASmallStack)
 {
     // Left-associative chains are not nested: a 9,999-term sum parses and

@@ -115,7 +115,9 @@ TEST(FormulaLimits, DeepNestingIsAStackOverflowNotACrash)
         {repeat("(", 99) + "I1" + repeat(")", 99), true},
         {repeat("(", 100) + "I1" + repeat(")", 100), false},
         {repeat("-", 99) + "I1", true},
-        {repeat("-", 100) + "2", false},
+        {repeat("-", 100) + "2", true},  // signs fold into the number: no levels
+        {repeat("-", 99) + "NOT 2", false},
+        {repeat("-", 10001) + "2", false},
         {repeat("(", 100000) + "I1" + repeat(")", 100000), false},
         {repeat("-", 100000) + "I1", false},
         {repeat("NOT ", 50000) + "I1", false},
