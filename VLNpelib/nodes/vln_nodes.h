@@ -104,15 +104,65 @@ void setup_rts16node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cell
  * node exists, unless the formula is a plain input. */
 void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, pe_stream *ps);
 
-/* ---------------------------------------------------------------- roots */
+/* ---------------------------------------------------------------- merges */
 
-/* The root of a tree, with one input per output band; the fuller layouts of
- * the opens build on it. `which` 0 raster, 1 vector. */
-void setup_vreadnode(funcnode **slot, pe_context *pe, int mode, int which);
-/* One line of every band of a root made by setup_vreadnode into `lines`, and
- * their runs into `rlsegs` (may be null; a list in it is the last read's and
- * is freed): 0, or -1 when every line has been delivered. Run it under the
- * handle's failure target. */
+/* FN_MERGESTREAMS: the streams of one group on one line (overlay, feather,
+ * classification); with fewer than two streams, not Classification, the
+ * stream's own chain. Declared in vln_pe_plan.h. */
+
+/* Classification colours over what lies below: input 0 (optional) what lies
+ * below, the last input the class numbers. `output_type` is that of the line
+ * (Unsigned8BitInteger or Unsigned32BitInteger); `colour_layers` 3 gives three
+ * 8-bit planes instead of one line. */
+void setup_cmergenode(funcnode **slot, pe_context *pe, int output_type, int colour_layers,
+                      pe_streamgroup *groups, pe_streamgroup *class_group,
+                      pe_streamgroup *cdisplay_group);
+void setup_cdmergenode(funcnode **slot, pe_context *pe, int output_type, int colour_layers,
+                       pe_streamgroup *groups, pe_streamgroup *cdisplay_group);
+/* Vector layers drawn by a child process over what lies below. */
+void setup_psmergenode(funcnode **slot, pe_context *pe, int mode, int output_type,
+                       int colour_layers, pe_streamgroup *groups, pe_streamgroup *class_group,
+                       pe_streamgroup *cdisplay_group, pe_streamgroup *vector_group);
+
+/* ---------------------------------------------------------------- colour and pixels */
+
+/* Colour arithmetic on 8-bit (and 16-bit) hue, saturation and value. */
+void hsv_to_rgb(uint8_t h, uint8_t s, uint8_t v, uint8_t *r, uint8_t *g, uint8_t *b);
+void rgb_to_hsv(uint8_t r, uint8_t g, uint8_t b, uint8_t *h, uint8_t *s, uint8_t *v);
+void hsv_to_rgb_16(uint16_t h, uint16_t s, uint16_t v, uint16_t *r, uint16_t *g, uint16_t *b);
+void rgb_to_hsv_16(uint16_t r, uint16_t g, uint16_t b, uint16_t *h, uint16_t *s, uint16_t *v);
+void hsvbufs_to_rgbbufs(const uint8_t *h, const uint8_t *s, const uint8_t *v, uint8_t *r,
+                        uint8_t *g, uint8_t *b, int n);
+void rgbbufs_to_hsvbufs(const uint8_t *r, const uint8_t *g, const uint8_t *b, uint8_t *h,
+                        uint8_t *s, uint8_t *v, int n);
+/* Fills the cells of an 8-bit line outside the runs with `null`. */
+void convnulls(const rlseg *rlsegs, uint8_t *line, int nr_cells, uint8_t null);
+
+/* The colour nodes of a surface; `groups` is the surface's list of groups. */
+void setup_rgbitorgb_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_rgbtorgb_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_hsitorgb_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_pseudotorgb_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_height8_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_rgb24final_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_rgb24to8_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+void setup_pito8_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+/* The image chain under the root's FN_APPENDNULLS: FN_TRANSPARENCY over the
+ * surfaces, or surface 0's merges and colour step alone. */
+void setup_transpnode(funcnode **slot, pe_context *pe, int process_vectors, int with_links,
+                      int cell_type);
+
+/* ---------------------------------------------------------------- roots and output layouts */
+
+/* The root of a tree by the open's layout: FN_VREAD, FN_VREADTOPP or
+ * FN_VREADTOMSRGBH. `which` 0 raster, 1 vector. */
+void setup_vreadnode(funcnode **slot, pe_context *pe, int process_vectors, int which);
+/* The reads of the three roots, run under the handle's failure target: 0, or
+ * -1 when every line has been delivered. `rlsegs` may be null; a list in it is
+ * the last read's and is freed first. */
 int vread_read_lines(funcnode *root, void **lines, rlseg **rlsegs);
+int vreadtopp_read_lines(funcnode *root, void **lines, uint32_t **pp_lines);
+int vreadtomsrgbh_read_lines(funcnode *root, void **rgb_lines, void **height_lines,
+                             rlseg **rlsegs);
 
 #endif
