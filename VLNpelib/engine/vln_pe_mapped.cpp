@@ -6,8 +6,10 @@
  * vds_mmclose ends it. A plain raster is read directly (mode 0) through the
  * raster's line reader, which runs at the rate of a plain copy from the page
  * cache; that is the path the engine takes. The valid runs come from the
- * cells, by the engine's one routine for the file's cell type. The runs of a
- * read stay the handle's until its next read.
+ * cells, by the engine's one routine for the file's cell type. A dataset
+ * whose header holds an algorithm is read through an inner virtual dataset,
+ * which only goes forwards: a line behind it opens it again from that line.
+ * The runs of a read stay the handle's until its next read.
  */
 #include <cstdio>
 #include <cstring>
@@ -17,6 +19,7 @@
 
 #include "vld_coords.h"
 #include "vln_nodes.h"
+#include "vln_vds.h"
 
 using namespace vln_pe;
 
@@ -28,6 +31,7 @@ struct MappedState {
     std::vector<rlseg *> runs;  // one list per band, the last read's
     rlsegs_routine routine = nullptr;
     alignas(8) unsigned char null_cell[8] = {};  // the null value in the file's type
+    std::vector<rlseg *> inner_runs;             // the inner virtual dataset's, per band
 };
 
 MappedState *state_of(Vds *h)
@@ -42,6 +46,7 @@ void free_handle(Vds *h)
         ec_raster(h->raster);
         std::free(h->raster);
     }
+    vds_close(&h->inner_vds);
     if (MappedState *s = state_of(h)) {
         rlseg_pool_release(&s->pool);
         delete s;
@@ -57,6 +62,88 @@ void free_handle(Vds *h)
     std::free(h);
 }
 
+/* The handle's fields that every mode shares. */
+Vds *new_handle(dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_cells,
+                const int *bands, int nr_bands, int out_type)
+{
+    auto *h = static_cast<Vds *>(malloc_or_die(sizeof(Vds)));
+    std::memset(h, 0, sizeof *h);
+    h->dsh = dsh;
+    h->first_line = first_line;
+    h->nr_lines = nr_lines;
+    h->first_cell = first_cell;
+    h->nr_cells = nr_cells;
+    h->nr_bands = nr_bands;
+    h->out_type = out_type;
+    h->file_type = dsh->info.r.cell_type;
+    h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * nr_bands));
+    for (int b = 0; b < nr_bands; b++) h->bands[b] = bands[b];
+    auto *state = new MappedState;
+    state->runs.assign(static_cast<size_t>(nr_bands), nullptr);
+    state->inner_runs.assign(static_cast<size_t>(nr_bands), nullptr);
+    h->rlseg_info = state;
+    h->lines = static_cast<void **>(malloc_or_die(sizeof(void *) * nr_bands));
+    std::memset(h->lines, 0, sizeof(void *) * nr_bands);
+    return h;
+}
+
+void make_conversion_lines(Vds *h)
+{
+    h->conv_lines = static_cast<void **>(malloc_or_die(sizeof(void *) * h->nr_bands));
+    const size_t bytes = static_cast<size_t>(h->nr_cells) * celltypesize(h->file_type) + 8;
+    for (int b = 0; b < h->nr_bands; b++) h->conv_lines[b] = malloc_or_die(bytes);
+}
+
+/* Opens the inner virtual dataset from line `from` of the rectangle to its end. */
+int open_inner_from(Vds *h, int from)
+{
+    MappedState *s = state_of(h);
+    vds_close(&h->inner_vds);
+    std::fill(s->inner_runs.begin(), s->inner_runs.end(), nullptr);  // went with the handle
+    char *errmsg = nullptr;
+    h->inner_vds = vds_vopen(h->dsh, h->first_line + from, h->nr_lines - from, h->first_cell,
+                             h->nr_cells, h->bands, h->nr_bands, &errmsg);
+    if (h->inner_vds == nullptr) {
+        const int status = VLD_setup_vds_error("%s", errmsg != nullptr ? errmsg : "");
+        safe_free(errmsg);
+        return status;
+    }
+    h->next_line = from;
+    return 0;
+}
+
+int open_inner(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first_cell,
+               int nr_cells, const int *bands, int nr_bands, int out_type)
+{
+    Vds *h = new_handle(dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands, out_type);
+    h->mode = 0;
+    if (int status = open_inner_from(h, 0)) {
+        free_handle(h);
+        return status;
+    }
+    if (out_type != h->file_type) make_conversion_lines(h);
+    *handle = h;
+    return 0;
+}
+
+/* Line `line` of the rectangle from the inner virtual dataset. */
+int read_inner(Vds *h, void **targets, int line)
+{
+    MappedState *s = state_of(h);
+    if (line < h->next_line)
+        if (int status = open_inner_from(h, line)) return status;
+    while (h->next_line <= line) {
+        const int status = vds_read(h->inner_vds, targets, s->inner_runs.data(), 0);
+        if (status != 0) {
+            const char *text = status == 1 ? vds_error_text(h->inner_vds) : nullptr;
+            return VLD_setup_vds_error("%s", text != nullptr ? text
+                                                         : "The virtual dataset ended early");
+        }
+        h->next_line++;
+    }
+    return 0;
+}
+
 }  // namespace
 
 int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_cells,
@@ -69,12 +156,13 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         return VLD_setup_error(VLD_ERR_INTERNAL, "Null argument to the mapped reader");
     if (dsh->data_type != DT_Raster)
         return VLD_setup_error(VLD_ERR_MESSAGE, "The dataset is not a raster");
-    if (dsh->algorithm != nullptr)
-        return VLD_setup_error(VLD_ERR_CANNOT_USE_VDS,
-                               dsh->name != nullptr ? dsh->name : "virtual dataset");
     const dshdr *source = dsh->source_dsh;
     const bool resampled = (dsh->flags & DSHDR_FLAG_RESAMPLED) != 0;
-    if (source != nullptr && !coordspaces_equal(&source->coordspace, &dsh->coordspace))
+    const bool warped = source != nullptr && !coordspaces_equal(&source->coordspace, &dsh->coordspace);
+    if (dsh->algorithm != nullptr && !warped && !resampled)
+        return open_inner(handle, dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands,
+                          out_type);
+    if (warped)
         return VLD_setup_error(VLD_ERR_MESSAGE,
                                "Rectifying a dataset on the fly needs the coordinate engine, "
                                "which this build doesn't have yet");
@@ -83,28 +171,15 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         return VLD_setup_error(VLD_ERR_MESSAGE,
                                "Reading a resampled view of a dataset isn't built yet");
 
-    auto *h = static_cast<Vds *>(malloc_or_die(sizeof(Vds)));
-    std::memset(h, 0, sizeof *h);
+    Vds *h = new_handle(dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands, out_type);
     h->mode = 0;
-    h->dsh = dsh;
-    h->first_line = first_line;
-    h->nr_lines = nr_lines;
-    h->first_cell = first_cell;
-    h->nr_cells = nr_cells;
-    h->nr_bands = nr_bands;
-    h->out_type = out_type;
-    h->file_type = dsh->info.r.cell_type;
-    h->bands = static_cast<int32_t *>(malloc_or_die(sizeof(int32_t) * nr_bands));
-    auto *state = new MappedState;
-    state->runs.assign(static_cast<size_t>(nr_bands), nullptr);
+    MappedState *state = state_of(h);
     get_setup_rlsegs_info(h->file_type, dsh->info.r.has_null, dsh->info.r.null_value,
                           &state->routine, state->null_cell);
-    h->rlseg_info = state;
 
     std::vector<std::string> texts(static_cast<size_t>(nr_bands));
     std::vector<char *> band_strings(static_cast<size_t>(nr_bands));
     for (int b = 0; b < nr_bands; b++) {
-        h->bands[b] = bands[b];
         texts[b] = std::to_string(static_cast<long long>(bands[b]) + 1);
         band_strings[b] = texts[b].data();
     }
@@ -118,13 +193,7 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         free_handle(h);
         return status;
     }
-    h->lines = static_cast<void **>(malloc_or_die(sizeof(void *) * nr_bands));
-    std::memset(h->lines, 0, sizeof(void *) * nr_bands);
-    if (out_type != h->file_type) {
-        h->conv_lines = static_cast<void **>(malloc_or_die(sizeof(void *) * nr_bands));
-        const size_t bytes = static_cast<size_t>(nr_cells) * celltypesize(h->file_type) + 8;
-        for (int b = 0; b < nr_bands; b++) h->conv_lines[b] = malloc_or_die(bytes);
-    }
+    if (out_type != h->file_type) make_conversion_lines(h);
     *handle = h;
     return 0;
 }
@@ -145,6 +214,16 @@ int vds_mmread(Vds *h, void **lines, rlseg **rlsegs, int line, int flags)
         lines[b] = h->lines[b];
     }
     void **targets = h->conv_lines != nullptr ? h->conv_lines : lines;
+    if (h->inner_vds != nullptr || h->raster == nullptr) {
+        if (int status = read_inner(h, targets, line)) return status;
+        for (int b = 0; b < h->nr_bands; b++) {
+            if (rlsegs != nullptr) rlsegs[b] = s->inner_runs[b];
+            if (h->conv_lines != nullptr)
+                convtype_cells(h->file_type, h->conv_lines[b], h->out_type, lines[b], 0,
+                               h->nr_cells);
+        }
+        return 0;
+    }
     if (int status = h->raster->read(h->raster, targets, h->first_line + line, 1)) return status;
     for (int b = 0; b < h->nr_bands; b++) {
         pe_free_rlsegs(&s->pool, &s->runs[b]);

@@ -1,0 +1,305 @@
+/* Virtual datasets through their interface: the dataset layout of an open,
+ * a virtual dataset read by an enclosing algorithm, the end of the lines, and
+ * the failures of opens and reads, each closing cleanly. */
+#include <cstdio>
+#include <fstream>
+
+#include "engine_fixture.h"
+#include "capture.h"
+#include "vln_vds.h"
+
+namespace {
+
+using eng::AlgDoc;
+using eng::StreamDoc;
+using eng::TempDir;
+
+void init_engine()
+{
+    setenv("VORLAN", VORLAN_SHARE_DIR, 0);
+    setenv("VLN_MACHINE_TYPE", "linux", 0);
+    ASSERT_EQ(PE_initialise("vds tests"), 0);
+}
+
+/* An algorithm written from `doc` and read back, or null. */
+algorithm *read_alg(const TempDir &dir, const AlgDoc &doc, const std::string &name)
+{
+    std::ofstream(dir.file(name)) << eng::alg_text(doc);
+    algorithm *alg = nullptr;
+    EXPECT_EQ(eg_algorithm_with_transients(&alg, dir.file(name).c_str()), 0)
+        << (VLD_error.text ? VLD_error.text : "");
+    return alg;
+}
+
+/* Every line of every band of an open handle, band after band in each line. */
+template <class Cell = uint16_t>
+std::vector<std::vector<Cell>> read_all(Vds *vds, int bands, int cells, int lines)
+{
+    std::vector<std::vector<Cell>> out(static_cast<size_t>(bands * lines),
+                                       std::vector<Cell>(static_cast<size_t>(cells)));
+    std::vector<rlseg *> runs(static_cast<size_t>(bands), nullptr);
+    for (int y = 0; y < lines; y++) {
+        std::vector<void *> ptrs;
+        for (int b = 0; b < bands; b++) ptrs.push_back(out[static_cast<size_t>(y * bands + b)].data());
+        const int status = vds_read(vds, ptrs.data(), runs.data(), 0);
+        EXPECT_EQ(status, 0) << "line " << y << ": " << (vds_error_text(vds) ?: "");
+        if (status != 0) break;
+    }
+    // After the last line every read gives -1 and hands back no lists.
+    std::vector<void *> ptrs(static_cast<size_t>(bands), out[0].data());
+    for (int k = 0; k < 2; k++) {
+        EXPECT_EQ(vds_read(vds, ptrs.data(), runs.data(), 0), -1);
+        for (rlseg *r : runs) EXPECT_EQ(r, nullptr);
+    }
+    return out;
+}
+
+TEST(Vds, DatasetOpenGivesEachBandInItsOrder)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "three", 12, 9, 3);
+    AlgDoc doc{0, 0, 12, 9, 12, 9, false, Unsigned16BitInteger,
+               {{ds, 3, "c"}, {ds, 1, "a"}}};
+    algorithm *alg = read_alg(dir, doc, "bands.alg");
+    ASSERT_NE(alg, nullptr);
+    char *errmsg = reinterpret_cast<char *>(1);  // set to null on entry
+    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    EXPECT_EQ(errmsg, nullptr);
+    auto lines = read_all(vds, 2, 12, 9);
+    for (int y = 0; y < 9; y++)
+        for (int x = 0; x < 12; x++) {
+            ASSERT_EQ(lines[y * 2][x], eng::value16(2, y, x));
+            ASSERT_EQ(lines[y * 2 + 1][x], eng::value16(0, y, x));
+        }
+    vds_close(&vds);
+    EXPECT_EQ(vds, nullptr);
+    vds_close(&vds);  // a null handle changes nothing
+    vds_close(nullptr);
+    ef_algorithm(alg);
+}
+
+/* A header that holds an algorithm reads, inside an enclosing algorithm, as
+ * the cells of that algorithm opened directly. */
+TEST(Vds, VirtualDatasetReadsAsItsAlgorithm)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "base", 16, 10, 2);
+    AlgDoc inner{0, 0, 16, 10, 16, 10, false, Unsigned16BitInteger,
+                 {{ds, 2, "second"}, {ds, 1, "first"}}};
+    algorithm *direct = read_alg(dir, inner, "inner.alg");
+    ASSERT_NE(direct, nullptr);
+    char *errmsg = nullptr;
+    Vds *vds = vds_open_alg_tods(direct, &errmsg, nullptr, nullptr);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    auto expected = read_all(vds, 2, 16, 10);
+    vds_close(&vds);
+    ef_algorithm(direct);
+
+    for (int band : {1, 2}) {
+        SCOPED_TRACE(band);
+        AlgDoc outer{0, 0, 16, 10, 16, 10, false, Unsigned16BitInteger,
+                     {{dir.file("inner.alg"), band, "via"}}};
+        algorithm *alg = read_alg(dir, outer, "outer.alg");
+        ASSERT_NE(alg, nullptr);
+        vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+        ASSERT_NE(vds, nullptr) << errmsg;
+        auto got = read_all(vds, 1, 16, 10);
+        for (int y = 0; y < 10; y++) ASSERT_EQ(got[y], expected[y * 2 + band - 1]) << "line " << y;
+        vds_close(&vds);
+        ef_algorithm(alg);
+    }
+}
+
+/* vds_vopen reads a rectangle of a virtual dataset's header, band by band,
+ * in the header's cell type (a virtual header's cells are reals). */
+TEST(Vds, RectangleOfAVirtualDataset)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "rect", 20, 14, 2);
+    AlgDoc inner{0, 0, 20, 14, 20, 14, false, Unsigned16BitInteger,
+                 {{ds, 1, "one"}, {ds, 2, "two"}}};
+    std::ofstream(dir.file("rect.alg")) << eng::alg_text(inner);
+    dshdr *dsh = nullptr;
+    ASSERT_EQ(eg_dshdr(&dsh, dir.file("rect.alg").c_str()), 0) << VLD_error_text();
+    ASSERT_NE(dsh->algorithm, nullptr);
+    ASSERT_EQ(dsh->info.r.cell_type, IEEE8ByteReal);
+    ASSERT_EQ(dsh->info.r.nr_bands, 2);
+    // The header's second band is the layer of that name, whichever it is.
+    const int source_band = std::string(dsh->info.r.bandids[1].value) == "one" ? 0 : 1;
+    const int bands[] = {1};
+    char *errmsg = nullptr;
+    Vds *vds = vds_vopen(dsh, 3, 5, 4, 10, bands, 1, &errmsg);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    EXPECT_EQ(vds->owns_algorithm, 1);
+    EXPECT_NE(vds->algorithm, dsh->algorithm);
+    auto got = read_all<double>(vds, 1, 10, 5);
+    for (int y = 0; y < 5; y++)
+        for (int x = 0; x < 10; x++)
+            ASSERT_EQ(got[y][x], eng::value16(source_band, y + 3, x + 4)) << x << ", " << y;
+    vds_close(&vds);
+
+    // The same through the band names of vds_open, counted from 1.
+    char two[] = "2";
+    char *names[] = {two};
+    vds = vds_open(dsh, 3, 5, 4, 10, names, 1, &errmsg);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    EXPECT_EQ(read_all<double>(vds, 1, 10, 5), got);
+    vds_close(&vds);
+    ef_dshdr(dsh);
+}
+
+struct OpenFailure {
+    const char *name;
+    AlgDoc doc;
+    const char *text;
+};
+
+TEST(Vds, FailedOpensGiveTheirTextAndNoHandle)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "fail", 8, 8);
+    const OpenFailure cases[] = {
+        {"no width", {0, 0, 8, 8, 0, 8, false, Unsigned16BitInteger, {{ds}}},
+         "Image window has 0 width\n"},
+        {"missing dataset",
+         {0, 0, 8, 8, 8, 8, false, Unsigned16BitInteger, {{dir.file("gone.vld")}}},
+         nullptr},
+    };
+    for (const OpenFailure &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::ofstream(dir.file("f.alg")) << eng::alg_text(c.doc);
+        algorithm *alg = nullptr;
+        if (eg_algorithm_with_transients(&alg, dir.file("f.alg").c_str()) != 0) {
+            // A document whose dataset is missing may fail at reading already.
+            EXPECT_EQ(c.text, nullptr);
+            ef_algorithm(alg);
+            continue;
+        }
+        char *errmsg = nullptr;
+        Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+        EXPECT_EQ(vds, nullptr);
+        ASSERT_NE(errmsg, nullptr);
+        if (c.text != nullptr) EXPECT_STREQ(errmsg, c.text);
+        safe_free(errmsg);
+        ef_algorithm(alg);
+    }
+}
+
+/* The dataset layout sets every surface to DATASET for the open alone. */
+TEST(Vds, DatasetOpenPutsTheSurfaceModesBack)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "modes", 8, 8);
+    for (int width : {8, 0}) {
+        AlgDoc doc{0, 0, 8, 8, width, 8, false, Unsigned16BitInteger, {{ds}}};
+        algorithm *alg = read_alg(dir, doc, "m.alg");
+        ASSERT_NE(alg, nullptr);
+        alg->surfaces->color_mode = CM_PSEUDO;
+        char *errmsg = nullptr;
+        Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+        EXPECT_EQ(vds == nullptr, width == 0);
+        EXPECT_EQ(alg->surfaces->color_mode, CM_PSEUDO);
+        vds_close(&vds);
+        safe_free(errmsg);
+        ef_algorithm(alg);
+    }
+}
+
+/* A dataset removed after the open: its file opens at the first read, which
+ * fails with the text of the failed open in the handle's context (the open is
+ * a failure of the tree, not of a read), and the handle closes. */
+TEST(Vds, DatasetRemovedAfterTheOpenFailsTheRead)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "removed", 10, 6);
+    AlgDoc doc{0, 0, 10, 6, 10, 6, false, Unsigned16BitInteger, {{ds}}};
+    algorithm *alg = read_alg(dir, doc, "r.alg");
+    ASSERT_NE(alg, nullptr);
+    char *errmsg = nullptr;
+    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    ASSERT_EQ(std::remove(dir.file("removed").c_str()), 0);
+    std::vector<uint16_t> line(10);
+    void *lines[] = {line.data()};
+    rlseg *runs[] = {nullptr};
+    EXPECT_EQ(vds_read(vds, lines, runs, 0), 1);
+    EXPECT_EQ(vds_error_text(vds), nullptr);
+    EXPECT_NE(std::string(vds->context->error_text).find("removed"), std::string::npos)
+        << vds->context->error_text;
+    vds_close(&vds);
+    ef_algorithm(alg);
+}
+
+/* A read with no tree of its kind gives -1; registered files go at the close,
+ * a file registered twice without a warning. */
+TEST(Vds, VectorTreeAbsentAndTemporaryFilesRemoved)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "tmp", 6, 4);
+    AlgDoc doc{0, 0, 6, 4, 6, 4, false, Unsigned16BitInteger, {{ds}}};
+    algorithm *alg = read_alg(dir, doc, "t.alg");
+    ASSERT_NE(alg, nullptr);
+    char *errmsg = nullptr;
+    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    std::vector<uint16_t> line(6);
+    void *lines[] = {line.data()};
+    EXPECT_EQ(vds_read(vds, lines, nullptr, 1), -1);
+    EXPECT_EQ(vds_read(nullptr, lines, nullptr, 0), -1);
+    const std::string scratch = dir.file("scratch");
+    std::ofstream(scratch) << "x";
+    register_file_to_delete_on_close(vds->context, scratch.c_str());
+    register_file_to_delete_on_close(vds->context, scratch.c_str());
+    register_file_to_delete_on_close(vds->context, nullptr);
+    register_file_to_delete_on_close(nullptr, scratch.c_str());
+    StreamCapture capture(StreamCapture::Err);
+    vds_close(&vds);
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_FALSE(std::ifstream(scratch).good());
+    ef_algorithm(alg);
+}
+
+}  // namespace
+
+namespace {
+
+/* The mapped reader over a virtual dataset goes forwards through an inner
+ * handle; a line behind it opens the inner handle again from that line. */
+TEST(Vds, MappedReaderOfAVirtualDatasetGoesBackByReopening)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "mm", 9, 8);
+    AlgDoc inner{0, 0, 9, 8, 9, 8, false, Unsigned16BitInteger, {{ds, 1, "only"}}};
+    std::ofstream(dir.file("mm.alg")) << eng::alg_text(inner);
+    dshdr *dsh = nullptr;
+    ASSERT_EQ(eg_dshdr(&dsh, dir.file("mm.alg").c_str()), 0) << VLD_error_text();
+    const int bands[] = {0};
+    Vds *h = nullptr;
+    ASSERT_EQ(vds_mmopen(&h, dsh, 2, 5, 1, 7, bands, 1, Unsigned16BitInteger), 0)
+        << VLD_error_text();
+    std::vector<uint16_t> line(7);
+    void *lines[] = {line.data()};
+    rlseg *runs[] = {nullptr};
+    for (int y : {3, 4, 1, 1, 0, 4}) {
+        SCOPED_TRACE(y);
+        ASSERT_EQ(vds_mmread(h, lines, runs, y, 0), 0) << VLD_error_text();
+        for (int x = 0; x < 7; x++) ASSERT_EQ(line[x], eng::value16(0, y + 2, x + 1));
+        ASSERT_NE(runs[0], nullptr);
+        EXPECT_EQ(runs[0]->first, 0);
+        EXPECT_EQ(runs[0]->last, 6);
+    }
+    EXPECT_EQ(vds_mmclose(&h), 0);
+    EXPECT_EQ(h, nullptr);
+    ef_dshdr(dsh);
+}
+
+}  // namespace
