@@ -5,6 +5,12 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$root/build-bench
 "$root/scripts/setup.sh"
+# The peers some benchmarks run beside the library, on raw data only.
+if ! command -v gdal_translate >/dev/null 2>&1; then
+  sudo_cmd=(); [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+  "${sudo_cmd[@]}" apt-get update -q
+  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -q --no-install-recommends gdal-bin
+fi
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORLAN_BENCH=ON -DVORLAN_TESTS=OFF >/dev/null
 cmake --build "$build" -j "$(nproc)"
 for b in "$build"/bench/bench_*; do
