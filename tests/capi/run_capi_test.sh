@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the library into a scratch prefix, builds the C program in this
+# Installs the library into a scratch prefix, builds each C program in this
 # folder against it through pkg-config alone, and runs it.
 #   run_capi_test.sh BUILD_DIR C_COMPILER SANITIZE(ON|OFF)
 set -euo pipefail
@@ -20,10 +20,11 @@ case "$sanitize" in
     ;;
 esac
 
-# shellcheck disable=SC2046
-"$cc" -std=c11 -Wall -Wextra -Werror -pedantic "$here/capi_test.c" \
-  $(pkg-config --cflags --libs vorlan) "${extra[@]}" -o "$prefix/capi_test"
-
 export LD_LIBRARY_PATH="$(pkg-config --variable=libdir vorlan)"
 export VORLAN="$(pkg-config --variable=datadir vorlan)"
-"$prefix/capi_test"
+for program in capi_test vds_capi_test; do
+  # shellcheck disable=SC2046
+  "$cc" -std=c11 -Wall -Wextra -Werror -pedantic "$here/$program.c" \
+    $(pkg-config --cflags --libs vorlan) "${extra[@]}" -o "$prefix/$program"
+  "$prefix/$program"
+done
