@@ -11,6 +11,8 @@
  * which only goes forwards: a line behind it opens it again from that line.
  * The runs of a read stay the handle's until its next read.
  */
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -32,6 +34,7 @@ struct MappedState {
     rlsegs_routine routine = nullptr;
     alignas(8) unsigned char null_cell[8] = {};  // the null value in the file's type
     std::vector<rlseg *> inner_runs;             // the inner virtual dataset's, per band
+    std::vector<void *> source_lines;            // a resampled view's source line, per band
 };
 
 MappedState *state_of(Vds *h)
@@ -48,6 +51,7 @@ void free_handle(Vds *h)
     }
     vds_close(&h->inner_vds);
     if (MappedState *s = state_of(h)) {
+        for (void *l : s->source_lines) std::free(l);
         rlseg_pool_release(&s->pool);
         delete s;
     }
@@ -92,6 +96,57 @@ void make_conversion_lines(Vds *h)
     h->conv_lines = static_cast<void **>(malloc_or_die(sizeof(void *) * h->nr_bands));
     const size_t bytes = static_cast<size_t>(h->nr_cells) * celltypesize(h->file_type) + 8;
     for (int b = 0; b < h->nr_bands; b++) h->conv_lines[b] = malloc_or_die(bytes);
+}
+
+/* The window of a resampled view's source that the rectangle covers, by
+ * coordinate, as the engine's read window takes it: whole cells from the
+ * nearest edge inwards, within the source. */
+int setup_view_window(Vds *h)
+{
+    const dshdr *dsh = h->dsh, *src = dsh->source_dsh;
+    h->cell_step = static_cast<double>(src->info.r.nr_cells) / dsh->info.r.nr_cells;
+    h->line_step = static_cast<double>(src->info.r.nr_lines) / dsh->info.r.nr_lines;
+    dscoord tl, br;
+    double x0, y0, x1, y1;
+    if (int status = cvt_cell_to_coord(dsh, h->first_cell, h->first_line, &tl)) return status;
+    if (int status = cvt_cell_to_coord(dsh, static_cast<double>(h->first_cell) + h->nr_cells,
+                                       static_cast<double>(h->first_line) + h->nr_lines, &br))
+        return status;
+    if (int status = cvt_coord_to_cell(src, &tl, &x0, &y0)) return status;
+    if (int status = cvt_coord_to_cell(src, &br, &x1, &y1)) return status;
+    auto window = [](double a, double b, int size, int32_t *first, int32_t *count) {
+        if (a > b) std::swap(a, b);
+        const int lo = std::max(0, static_cast<int>(std::floor(a + 0.5)));
+        const int hi = std::min(size, static_cast<int>(std::floor(b + 0.5)));
+        *first = std::min(lo, size - 1);
+        *count = std::max(1, hi - *first);
+    };
+    window(x0, x1, src->info.r.nr_cells, &h->src_first_cell, &h->src_nr_cells);
+    window(y0, y1, src->info.r.nr_lines, &h->src_first_line, &h->src_nr_lines);
+    return 0;
+}
+
+/* Line `line` of a resampled view: the source line under it, rounded, and of
+ * that line the cell under each cell, in the file's type, into conv_lines. */
+int read_view_line(Vds *h, int line)
+{
+    MappedState *s = state_of(h);
+    const int last_line = h->src_first_line + h->src_nr_lines - 1;
+    int source_line = static_cast<int>(line * h->line_step + h->src_first_line + 0.5);
+    source_line = std::min(source_line, last_line);
+    if (int status = h->raster->read(h->raster, s->source_lines.data(), source_line, 1))
+        return status;
+    const size_t size = celltypesize(h->file_type);
+    for (int b = 0; b < h->nr_bands; b++) {
+        const auto *from = static_cast<const char *>(s->source_lines[b]);
+        auto *to = static_cast<char *>(h->conv_lines[b]);
+        for (int c = 0; c < h->nr_cells; c++) {
+            int at = static_cast<int>(c * h->cell_step + 0.5);
+            at = std::min(at, h->src_nr_cells - 1);
+            std::memcpy(to + c * size, from + static_cast<size_t>(at) * size, size);
+        }
+    }
+    return 0;
 }
 
 /* Opens the inner virtual dataset from line `from` of the rectangle to its end. */
@@ -166,15 +221,29 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         return VLD_setup_error(VLD_ERR_MESSAGE,
                                "Rectifying a dataset on the fly needs the coordinate engine, "
                                "which this build doesn't have yet");
-    if (resampled || (source != nullptr && (source->info.r.nr_cells > dsh->info.r.nr_cells ||
-                                            source->info.r.nr_lines > dsh->info.r.nr_lines)))
-        return VLD_setup_error(VLD_ERR_MESSAGE,
-                               "Reading a resampled view of a dataset isn't built yet");
+    // A view with fewer cells or lines than its source reads the source's
+    // lines, sampled; a flagged view of the same size reads as itself.
+    const bool view = !resampled && source != nullptr &&
+                      (source->info.r.nr_cells > dsh->info.r.nr_cells ||
+                       source->info.r.nr_lines > dsh->info.r.nr_lines);
 
     Vds *h = new_handle(dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands, out_type);
-    h->mode = 0;
+    h->mode = view ? 1 : 0;
     MappedState *state = state_of(h);
-    get_setup_rlsegs_info(h->file_type, dsh->info.r.has_null, dsh->info.r.null_value,
+    dshdr *opened = dsh;
+    int win_first_line = first_line, win_lines = nr_lines, win_first_cell = first_cell,
+        win_cells = nr_cells;
+    if (view) {
+        if (int status = setup_view_window(h)) {
+            free_handle(h);
+            return status;
+        }
+        opened = dsh->source_dsh;
+        h->file_type = opened->info.r.cell_type;
+        win_first_line = h->src_first_line, win_lines = h->src_nr_lines;
+        win_first_cell = h->src_first_cell, win_cells = h->src_nr_cells;
+    }
+    get_setup_rlsegs_info(h->file_type, opened->info.r.has_null, opened->info.r.null_value,
                           &state->routine, state->null_cell);
 
     std::vector<std::string> texts(static_cast<size_t>(nr_bands));
@@ -186,14 +255,20 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
     h->raster = static_cast<rasterfile *>(malloc_or_die(sizeof(rasterfile)));
     std::memset(h->raster, 0, sizeof(rasterfile));
     h->raster->fd = -1;
-    if (int status = eo_raster(h->raster, dsh, first_line, nr_lines, first_cell, nr_cells,
-                               RASTER_BAND_LIST, nr_bands, band_strings.data())) {
+    if (int status = eo_raster(h->raster, opened, win_first_line, win_lines, win_first_cell,
+                               win_cells, RASTER_BAND_LIST, nr_bands, band_strings.data())) {
         std::free(h->raster);
         h->raster = nullptr;
         free_handle(h);
         return status;
     }
-    if (out_type != h->file_type) make_conversion_lines(h);
+    if (view) {
+        // The source's line of each band, before its cells are sampled.
+        state->source_lines.assign(static_cast<size_t>(nr_bands), nullptr);
+        const size_t bytes = static_cast<size_t>(win_cells) * celltypesize(h->file_type) + 8;
+        for (void *&l : state->source_lines) l = malloc_or_die(bytes);
+    }
+    if (out_type != h->file_type || view) make_conversion_lines(h);
     *handle = h;
     return 0;
 }
@@ -224,7 +299,11 @@ int vds_mmread(Vds *h, void **lines, rlseg **rlsegs, int line, int flags)
         }
         return 0;
     }
-    if (int status = h->raster->read(h->raster, targets, h->first_line + line, 1)) return status;
+    if (h->mode == 1) {
+        if (int status = read_view_line(h, line)) return status;
+    } else if (int status = h->raster->read(h->raster, targets, h->first_line + line, 1)) {
+        return status;
+    }
     for (int b = 0; b < h->nr_bands; b++) {
         pe_free_rlsegs(&s->pool, &s->runs[b]);
         if (rlsegs != nullptr) {

@@ -366,3 +366,52 @@ TEST(VdsThreads, TwoHandlesReadOneDocumentAtOnce)
 }
 
 }  // namespace
+
+namespace {
+
+/* A view of half the cells and lines of a raster, over it as its source: each
+ * line reads the source line under it, and each cell the source cell. */
+TEST(Vds, MappedReaderOfAResampledView)
+{
+    TempDir dir;
+    std::string header = eng::write_dataset(dir, "full", 20, 12, 2);
+    dshdr *source = nullptr;
+    ASSERT_EQ(eg_dshdr(&source, header.c_str()), 0);
+    dshdr *view = nullptr;
+    ASSERT_EQ(cp_dshdr(&view, source), 0);
+    view->info.r.nr_cells = 10;
+    view->info.r.nr_lines = 6;
+    view->info.r.cellinfo.x_dimension = view->info.r.cellinfo.y_dimension = 2.0;
+    view->source_dsh = source;
+    struct Case {
+        int first_line, nr_lines, first_cell, nr_cells, out_type;
+    } cases[] = {{0, 6, 0, 10, Unsigned16BitInteger}, {1, 4, 2, 7, IEEE4ByteReal}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.first_cell);
+        const int bands[] = {0, 1};
+        Vds *h = nullptr;
+        ASSERT_EQ(vds_mmopen(&h, view, c.first_line, c.nr_lines, c.first_cell, c.nr_cells, bands, 2,
+                             c.out_type),
+                  0)
+            << VLD_error_text();
+        EXPECT_EQ(h->mode, 1);
+        void *lines[] = {nullptr, nullptr};
+        rlseg *runs[] = {nullptr, nullptr};
+        for (int y = 0; y < c.nr_lines; y++) {
+            ASSERT_EQ(vds_mmread(h, lines, runs, y, 0), 0) << VLD_error_text();
+            for (int b = 0; b < 2; b++)
+                for (int x = 0; x < c.nr_cells; x++) {
+                    const double want =
+                        eng::value16(bands[b], 2 * (y + c.first_line), 2 * (x + c.first_cell));
+                    const double got = c.out_type == IEEE4ByteReal
+                                           ? static_cast<float *>(lines[b])[x]
+                                           : static_cast<uint16_t *>(lines[b])[x];
+                    ASSERT_EQ(got, want) << "band " << b << " cell " << x << " line " << y;
+                }
+        }
+        vds_mmclose(&h);
+    }
+    ef_dshdr(view);  // and its source with it
+}
+
+}  // namespace
