@@ -415,3 +415,88 @@ TEST(Vds, MappedReaderOfAResampledView)
 }
 
 }  // namespace
+
+namespace {
+
+/* A stand-in renderer of 3D views: counts its calls, delivers three lines. */
+struct FakeRenderer {
+    int opens = 0, reads = 0, closes = 0;
+    bool refuse = false;
+};
+FakeRenderer g_renderer;
+int g_handle_3d;
+
+void *open_3d(algorithm *, char **, pe_progress_fn, void *)
+{
+    g_renderer.opens++;
+    if (g_renderer.refuse) return nullptr;
+    return &g_handle_3d;
+}
+
+int read_3d(void *handle, char **text, void **, rlseg **, int)
+{
+    EXPECT_EQ(handle, &g_handle_3d);
+    if (++g_renderer.reads > 3) {
+        *text = strsave("the view ran out");
+        return 7;
+    }
+    return 0;
+}
+
+void close_3d(void *handle)
+{
+    EXPECT_EQ(handle, &g_handle_3d);
+    g_renderer.closes++;
+}
+
+/* A view that isn't flat goes to the installed renderer, if it takes it; the
+ * per-surface layout keeps the renderer out and leaves vectors merged. */
+TEST(Vds, ThreeDViewsGoToTheInstalledRenderer)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "d3", 8, 6);
+    AlgDoc doc{0, 0, 8, 6, 8, 6, false, Unsigned16BitInteger, {{ds}}};
+    algorithm *alg = read_alg(dir, doc, "d3.alg");
+    ASSERT_NE(alg, nullptr);
+    alg->view_mode = VM_Perspective3D;
+    pe_init_3d_func_ptrs(open_3d, read_3d, close_3d);
+    g_renderer = FakeRenderer{};
+    char *errmsg = nullptr;
+    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    EXPECT_EQ(g_renderer.opens, 1);
+    EXPECT_EQ(vds->context->raster_root, nullptr) << "no tree of its own";
+    std::vector<uint16_t> line(8);
+    void *lines[] = {line.data()};
+    for (int y = 0; y < 3; y++) EXPECT_EQ(vds_read(vds, lines, nullptr, 0), 0);
+    EXPECT_EQ(vds_read(vds, lines, nullptr, 0), 7);
+    ASSERT_NE(vds_error_text(vds), nullptr);
+    EXPECT_STREQ(vds_error_text(vds), "the view ran out");
+    vds_close(&vds);
+    EXPECT_EQ(g_renderer.closes, 1);
+
+    // A renderer that declines leaves the ordinary tree.
+    g_renderer.refuse = true;
+    vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+    ASSERT_NE(vds, nullptr) << errmsg;
+    EXPECT_NE(vds->context->raster_root, nullptr);
+    vds_close(&vds);
+    EXPECT_EQ(g_renderer.closes, 1);
+
+    // The per-surface layout opens flat, puts the view mode back, and keeps
+    // vectors merged with the raster.
+    g_renderer = FakeRenderer{};
+    alg->view_mode = VM_Flythrough;
+    alg->process_vectors = PV_None;
+    vds = vds_open_alg_ms_rgbh(alg, &errmsg);
+    EXPECT_EQ(g_renderer.opens, 0);
+    EXPECT_EQ(alg->view_mode, VM_Flythrough);
+    EXPECT_EQ(alg->process_vectors, PV_MergeWithRaster);
+    vds_close(&vds);
+    safe_free(errmsg);
+    pe_init_3d_func_ptrs(nullptr, nullptr, nullptr);
+    ef_algorithm(alg);
+}
+
+}  // namespace
