@@ -188,7 +188,9 @@ TEST(Vds, FailedOpensGiveTheirTextAndNoHandle)
         Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
         EXPECT_EQ(vds, nullptr);
         ASSERT_NE(errmsg, nullptr);
-        if (c.text != nullptr) EXPECT_STREQ(errmsg, c.text);
+        if (c.text != nullptr) {
+            EXPECT_STREQ(errmsg, c.text);
+        }
         safe_free(errmsg);
         ef_algorithm(alg);
     }
