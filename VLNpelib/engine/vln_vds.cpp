@@ -75,7 +75,10 @@ Vds *open_common(algorithm *alg, char **errmsg, const Layout &layout, pe_progres
 
     const int status = init_alg(pe, alg);
     vds->owns_algorithm = 0;
-    if (status == 1 && errmsg != nullptr) *errmsg = strsave(pe->error_text);
+    if (status == 1 && errmsg != nullptr) {
+        safe_free(*errmsg);  // a text the declining renderer left
+        *errmsg = strsave(pe->error_text);
+    }
     if (status != 0) {
         vds_close(&vds);
         return nullptr;
