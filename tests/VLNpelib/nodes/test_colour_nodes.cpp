@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "colour_fixture.h"
+#include "vld_docs.h"
 
 namespace {
 
@@ -141,6 +142,31 @@ TEST(ColourNodes, SurfaceTableTakesUpperBytesAndLeavesTheRestBlack)
     EXPECT_FALSE(
         vln_pe::guarded(h.pe, [&] { vln_colour::load_surface_table(h.pe, &group, &table); }));
     EXPECT_STREQ(h.pe->error_text, "Lookup-table not specified in algorithm\n");
+}
+
+TEST(ColourNodes, InstalledTablesAreFullAndReadable)
+{
+    for (const char *name : {"greyscale", "pseudocolor", "rainbow", "heat", "terrain", "bluered"}) {
+        SCOPED_TRACE(name);
+        lut *l = nullptr;
+        ASSERT_EQ(eg_lut_standard(&l, VORLAN_SHARE_DIR, name), 0);
+        ASSERT_EQ(l->nr_entries, 256);
+        for (int i = 0; i < 256; i++) ASSERT_EQ(l->entries[i].index, i);
+        ef_lut(l);
+    }
+    // The grey ramp through the surface's loader: value i is grey i.
+    ColourHarness h(1);
+    surface sf{};
+    sf.lookup_table = const_cast<char *>(VORLAN_SHARE_DIR "/lut/greyscale");
+    pe_stream ps{};
+    ps.surface = &sf;
+    pe_streamgroup group{};
+    group.streams = &ps;
+    vln_colour::ColourTable table{};
+    vln_colour::load_surface_table(h.pe, &group, &table);
+    for (int i = 0; i < 256; i++)
+        ASSERT_EQ((std::vector<int>{table.red[i], table.green[i], table.blue[i]}),
+                  (std::vector<int>{i, i, i}));
 }
 
 /* ---------------------------------------------------------------- the intensity layer */
