@@ -78,21 +78,6 @@ TEST(ColourArith, SixteenBitForms)
     EXPECT_EQ(a, 65535);
 }
 
-TEST(ColourArith, BuffersMatchTheCells)
-{
-    const uint8_t h[] = {0, 255, 85, 128}, s[] = {0, 255, 255, 128}, v[] = {9, 255, 200, 100};
-    uint8_t r[4], g[4], b[4], h2[4], s2[4], v2[4];
-    hsvbufs_to_rgbbufs(h, s, v, r, g, b, 4);
-    rgbbufs_to_hsvbufs(r, g, b, h2, s2, v2, 4);
-    for (int i = 0; i < 4; i++) {
-        uint8_t rr, gg, bb, hh, ss, vv;
-        hsv_to_rgb(h[i], s[i], v[i], &rr, &gg, &bb);
-        EXPECT_EQ((Triple{r[i], g[i], b[i]}), (Triple{rr, gg, bb})) << i;
-        rgb_to_hsv(rr, gg, bb, &hh, &ss, &vv);
-        EXPECT_EQ((Triple{h2[i], s2[i], v2[i]}), (Triple{hh, ss, vv})) << i;
-    }
-}
-
 TEST(ColourArith, ConvnullsFillsOutsideTheRuns)
 {
     rlseg second{nullptr, 5, 9};  // reaches past the line's end

@@ -90,15 +90,6 @@ TEST(ColourNodes, PseudoToRgbThroughTheTable)
     EXPECT_EQ(p.runs, (Runs{{0, 1}, {3, 3}}));
 }
 
-TEST(ColourNodes, PseudoToRgbWithoutAGroupIsEmpty)
-{
-    ColourHarness h(3);
-    funcnode *tree = nullptr;
-    vln_colour::pseudotorgb_over(&tree, h.pe, nullptr, vln_colour::ColourTable{});
-    ASSERT_NE(tree, nullptr);
-    EXPECT_EQ(tree->type, FN_GENNULLS);
-}
-
 /* Writes a table file in the installation's format and loads it for a
  * surface of `groups`. */
 struct TableFile {
@@ -142,6 +133,12 @@ TEST(ColourNodes, SurfaceTableTakesUpperBytesAndLeavesTheRestBlack)
     EXPECT_FALSE(
         vln_pe::guarded(h.pe, [&] { vln_colour::load_surface_table(h.pe, &group, &table); }));
     EXPECT_STREQ(h.pe->error_text, "Lookup-table not specified in algorithm\n");
+    // A table that isn't there.
+    ColourHarness h2(1);
+    sf.lookup_table = const_cast<char *>("/nonexistent/none.lut");
+    EXPECT_FALSE(
+        vln_pe::guarded(h2.pe, [&] { vln_colour::load_surface_table(h2.pe, &group, &table); }));
+    EXPECT_EQ(std::string(h2.pe->error_text).rfind("Cannot read lookup-table", 0), 0u);
 }
 
 TEST(ColourNodes, InstalledTablesAreFullAndReadable)
@@ -200,17 +197,6 @@ TEST(ColourNodes, IntensityOverColour)
         EXPECT_EQ(p.runs, (Runs{{0, 2}}));
         EXPECT_EQ(h.pe->rlsegs.nr_used, 0);
     }
-}
-
-TEST(ColourNodes, NoIntensityLeavesTheColourNode)
-{
-    ColourHarness h(2);
-    BandsScript colour;
-    colour.lines = {{{{1, 2}}, {}}};
-    funcnode *colour_node = colour_test::make_bands_source(h.pe, &colour);
-    funcnode *tree = nullptr;
-    vln_colour::rgbitorgb_over(&tree, h.pe, colour_node, nullptr);
-    EXPECT_EQ(tree, colour_node);
 }
 
 /* ---------------------------------------------------------------- 32-bit pixels */
