@@ -16,6 +16,8 @@ extern const NodeOps bilinear_supersample_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps gennulls_ops;
 extern const NodeOps getinput_ops;
+extern const NodeOps height8_ops;
+extern const NodeOps hsitorgb_ops;
 extern const NodeOps input_ops;
 extern const NodeOps inregion_ops;
 extern const NodeOps lsubsample_ops;
@@ -24,9 +26,15 @@ extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
 extern const NodeOps optim_ops;
-extern const NodeOps read_ops;
+extern const NodeOps pito8_ops;
 extern const NodeOps position_ops;
+extern const NodeOps pseudotorgb_ops;
+extern const NodeOps read_ops;
 extern const NodeOps rescolour_ops;
+extern const NodeOps rgb24final_ops;
+extern const NodeOps rgb24to8_ops;
+extern const NodeOps rgbitorgb_ops;
+extern const NodeOps rgbtorgb_ops;
 extern const NodeOps rlseg_ops;
 extern const NodeOps ssync_ops;
 extern const NodeOps subsample2_ops;
@@ -34,6 +42,7 @@ extern const NodeOps subsample_ops;
 extern const NodeOps supersample_ops;
 extern const NodeOps sync_ops;
 extern const NodeOps tconv_ops;
+extern const NodeOps transparency_ops;
 extern const NodeOps vread_ops;
 }  // namespace vln_pe
 
@@ -58,8 +67,8 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_FORMULA, "FN_FORMULA", nullptr},
     {FN_GENNULLS, "FN_GENNULLS", &vln_pe::gennulls_ops},
     {FN_GETINPUT, "FN_GETINPUT", &vln_pe::getinput_ops},
-    {FN_HEIGHT8, "FN_HEIGHT8", nullptr},
-    {FN_HSITORGB, "FN_HSITORGB", nullptr},
+    {FN_HEIGHT8, "FN_HEIGHT8", &vln_pe::height8_ops},
+    {FN_HSITORGB, "FN_HSITORGB", &vln_pe::hsitorgb_ops},
     {FN_INPUT, "FN_INPUT", &vln_pe::input_ops},
     {FN_INREGION, "FN_INREGION", &vln_pe::inregion_ops},
     {FN_KERNEL, "FN_KERNEL", nullptr},
@@ -70,18 +79,18 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_NULLCELL, "FN_NULLCELL", &vln_pe::nullcell_ops},
     {FN_NULLLINE, "FN_NULLLINE", &vln_pe::nullline_ops},
     {FN_OPTIM, "FN_OPTIM", &vln_pe::optim_ops},
-    {FN_PITO8, "FN_PITO8", nullptr},
+    {FN_PITO8, "FN_PITO8", &vln_pe::pito8_ops},
     {FN_PIXELX, "FN_PIXELX", &vln_pe::position_ops},
     {FN_PIXELY, "FN_PIXELY", &vln_pe::position_ops},
-    {FN_PSEUDOTORGB, "FN_PSEUDOTORGB", nullptr},
+    {FN_PSEUDOTORGB, "FN_PSEUDOTORGB", &vln_pe::pseudotorgb_ops},
     {FN_PSMERGE, "FN_PSMERGE", nullptr},
     {FN_RANODE, "FN_RANODE", nullptr},
     {FN_READ, "FN_READ", &vln_pe::read_ops},
     {FN_RESCOLOUR, "FN_RESCOLOUR", &vln_pe::rescolour_ops},
-    {FN_RGB24TO8, "FN_RGB24TO8", nullptr},
-    {FN_RGB24FINAL, "FN_RGB24FINAL", nullptr},
-    {FN_RGBITORGB, "FN_RGBITORGB", nullptr},
-    {FN_RGBTORGB, "FN_RGBTORGB", nullptr},
+    {FN_RGB24TO8, "FN_RGB24TO8", &vln_pe::rgb24to8_ops},
+    {FN_RGB24FINAL, "FN_RGB24FINAL", &vln_pe::rgb24final_ops},
+    {FN_RGBITORGB, "FN_RGBITORGB", &vln_pe::rgbitorgb_ops},
+    {FN_RGBTORGB, "FN_RGBTORGB", &vln_pe::rgbtorgb_ops},
     {FN_RLSEG, "FN_RLSEG", &vln_pe::rlseg_ops},
     {FN_RTSHADE, "FN_RTSHADE", nullptr},
     {FN_RTSHADE16, "FN_RTSHADE16", nullptr},
@@ -98,7 +107,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_TOMSRGBH, "FN_TOMSRGBH", nullptr},
     {FN_TOPPBUFFERS, "FN_TOPPBUFFERS", nullptr},
     {FN_TRANSFORM, "FN_TRANSFORM", nullptr},
-    {FN_TRANSPARENCY, "FN_TRANSPARENCY", nullptr},
+    {FN_TRANSPARENCY, "FN_TRANSPARENCY", &vln_pe::transparency_ops},
     {FN_VREADTOPP, "FN_VREADTOPP", nullptr},
     {FN_VREADTOMSRGBH, "FN_VREADTOMSRGBH", nullptr},
     {FN_VREAD, "FN_VREAD", &vln_pe::vread_ops},

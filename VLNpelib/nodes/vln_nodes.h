@@ -138,6 +138,25 @@ void rgbbufs_to_hsvbufs(const uint8_t *r, const uint8_t *g, const uint8_t *b, ui
 /* Fills the cells of an 8-bit line outside the runs with `null`. */
 void convnulls(const rlseg *rlsegs, uint8_t *line, int nr_cells, uint8_t null);
 
+/* Palettes of a display with 256 colours. The free indices (those not
+ * reserved) are listed in `table`, in order; each returns their count. */
+/* A colour cube in the free indices: its steps of red, green and blue. */
+int setup_rgb8_params(uint8_t *table, int *nr_r, int *nr_g, int *nr_b, int nr_reserved,
+                      const uint8_t *reserved);
+/* The cube's strides by 8-bit value: the cube position of (R, G, B) is
+ * r[R] + g[G] + b[B]. */
+void setup_rgb8_strides(int *r, int *g, int *b, int nr_r, int nr_g, int nr_b);
+/* The cube's 16-bit colours at their palette indices: `lut` holds red, green,
+ * blue for each of 256 indices; reserved ones are left alone. */
+void setup_rgb8_lut(uint16_t *lut, int nr_reserved, const uint8_t *reserved);
+/* Colour groups of `levels` brightness steps, after black and a grey ramp. */
+int setup_cd8_params(uint8_t *table, int *groups, int *levels, int nr_reserved,
+                     const uint8_t *reserved);
+/* The palette of those groups (as `setup_rgb8_lut`) from a colour table of
+ * 256 byte triples. */
+void cdlut24_to_cdlut8(uint16_t *cdlut8, const uint8_t *cdlut24, int nr_reserved,
+                       const uint8_t *reserved);
+
 /* The colour nodes of a surface; `groups` is the surface's list of groups. */
 void setup_rgbitorgb_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
 void setup_rgbtorgb_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
@@ -147,6 +166,10 @@ void setup_height8_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups)
 void setup_rgb24final_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
 void setup_rgb24to8_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
 void setup_pito8_node(funcnode **slot, pe_context *pe, pe_streamgroup *groups);
+/* The colour step of a surface under its class merges: FN_RGB24FINAL for
+ * 32-bit pixels, else the 8-bit palette form; leaves the slot alone for a
+ * surface without ordinary groups. */
+void setup_colour_step(funcnode **slot, pe_context *pe, pe_streamgroup *groups, int cell_type);
 /* The image chain under the root's FN_APPENDNULLS: FN_TRANSPARENCY over the
  * surfaces, or surface 0's merges and colour step alone. */
 void setup_transpnode(funcnode **slot, pe_context *pe, int process_vectors, int with_links,
@@ -162,7 +185,6 @@ void setup_vreadnode(funcnode **slot, pe_context *pe, int process_vectors, int w
  * the last read's and is freed first. */
 int vread_read_lines(funcnode *root, void **lines, rlseg **rlsegs);
 int vreadtopp_read_lines(funcnode *root, void **lines, uint32_t **pp_lines);
-int vreadtomsrgbh_read_lines(funcnode *root, void **rgb_lines, void **height_lines,
-                             rlseg **rlsegs);
+int vreadtomsrgbh_read_lines(funcnode *root, void **rgb_lines, void **height_lines, rlseg **rlsegs);
 
 #endif
