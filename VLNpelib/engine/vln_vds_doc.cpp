@@ -132,6 +132,14 @@ bool is_3d(const algorithm *alg)
     return alg->view_mode != VM_Planimetric2D;
 }
 
+/* A size in pixels, truncated; a size that is no number of pixels (from a
+ * window or a ratio of 0) is 0. */
+int32_t truncated(double pixels)
+{
+    return std::isfinite(pixels) && std::fabs(pixels) < 2147483647.0 ? static_cast<int32_t>(pixels)
+                                                                     : 0;
+}
+
 /* The output of a 3D view keeps the window aspect of its 3D settings and
  * fills the window in one direction. */
 void fit_3d(algorithm *alg, int width, int height, double dpi_x, double dpi_y)
@@ -141,10 +149,10 @@ void fit_3d(algorithm *alg, int width, int height, double dpi_x, double dpi_y)
     const double dpi_ratio = dpi_y / dpi_x;
     if (ratio < window) {
         alg->output_height = height;
-        alg->output_width = static_cast<int32_t>(height * ratio / dpi_ratio);
+        alg->output_width = truncated(height * ratio / dpi_ratio);
     } else {
         alg->output_width = width;
-        alg->output_height = static_cast<int32_t>(width / ratio * dpi_ratio);
+        alg->output_height = truncated(width / ratio * dpi_ratio);
     }
     alg->dots_per_inch_across = dpi_x;
     alg->dots_per_inch_down = dpi_y;

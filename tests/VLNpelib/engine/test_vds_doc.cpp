@@ -208,11 +208,13 @@ TEST(VdsDoc, ThreeDViewKeepsItsWindowAspect)
         double dpi_x, dpi_y;
         int out_w, out_h;
     } cases[] = {
-        {2.0, 800, 600, 100, 100, 800, 400},  // wider than the window: full width
-        {1.0, 800, 600, 100, 100, 600, 600},  // narrower: full height
-        {2.0, 800, 600, 100, 200, 600, 600},  // window 8 by 3 inches: 6 inches across
-        {4.0, 800, 600, 100, 200, 800, 400},  // 8 by 2 inches
-        {3.0, 1000, 1000, 96, 96, 1000, 333}, {1.0 / 3.0, 1000, 1000, 96, 96, 333, 1000},
+        {2.0, 800, 600, 100, 100, 800, 400},         // wider than the window: full width
+        {1.0, 800, 600, 100, 100, 600, 600},         // narrower: full height
+        {2.0, 800, 600, 100, 200, 600, 600},         // window 8 by 3 inches: 6 inches across
+        {4.0, 800, 600, 100, 200, 800, 400},         // 8 by 2 inches
+        {3.0, 1000, 1000, 96, 96, 1000, 333},        // truncated
+        {1.0 / 3.0, 1000, 1000, 96, 96, 333, 1000},  // truncated
+        {0.0, 0, 600, 100, 100, 0, 0},               // no window and no ratio: no pixels
     };
     for (const auto &c : cases) {
         Doc d(1000, 1000);
