@@ -20,9 +20,8 @@ namespace {
 
 /* Takes the document's selections off a stream about to be freed. When it was
  * the current stream, `heir` becomes current and the selected inputs are
- * dropped; the record keeps no transform, kernel or formula position of its
- * own, so the heir's last output transform and kernel are what an editor
- * would select next and need no storing here. */
+ * dropped. The record holds no selected transform, kernel or formula
+ * position, so nothing else follows the heir. */
 void deselect_stream(algorithm *alg, const stream *gone, stream *heir)
 {
     if (alg->current_stream == gone) {
