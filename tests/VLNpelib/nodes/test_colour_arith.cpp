@@ -114,7 +114,9 @@ TEST(ColourPalette, CubeByFreeIndices)
         int r = -1, g = -1, b = -1;
         EXPECT_EQ(setup_rgb8_params(table, &r, &g, &b, row.reserved, reserved.data()), row.free);
         EXPECT_EQ((Triple{r, g, b}), (Triple{row.red, row.green, row.blue}));
-        if (row.free > 0) EXPECT_EQ(table[0], row.reserved);
+        if (row.free > 0) {
+            EXPECT_EQ(table[0], row.reserved);
+        }
     }
 }
 
