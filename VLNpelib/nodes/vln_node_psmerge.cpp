@@ -250,7 +250,7 @@ void setup_psmergenode(funcnode **slot, pe_context *pe, int mode, int output_typ
     p->colour_layers = colour_layers == 3 ? 3 : 1;
     p->has_below = below != nullptr;
     p->group = vector_group;
-    p->program = program_of(vector_group);
+    p->program = pe_strsave(pe, program_of(vector_group));
     p->pid = -1;
     p->fd = -1;
     p->cell_bytes = p->colour_layers == 1 && output_type == Unsigned8BitInteger ? 1 : 3;
