@@ -278,14 +278,6 @@ void setup_streamnodes(funcnode **slot, pe_context *pe, pe_streamgroup *, pe_str
                      d->out_first_cell, null_value);
 }
 
-void setup_mergestreamsnode(funcnode **slot, pe_context *pe, pe_streamgroup *groups,
-                            pe_streamgroup *group)
-{
-    if (group->type != ST_Classification && group->count < 2)
-        return setup_streamnodes(slot, pe, groups, group, group->streams);
-    alg_error_fatal(pe, "Merging several streams on one surface band is not built yet");
-}
-
 void build_trees(pe_context *pe)
 {
     algorithm *alg = pe->alg;

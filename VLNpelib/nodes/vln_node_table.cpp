@@ -14,6 +14,7 @@ extern const NodeOps appendnulls_ops;
 extern const NodeOps bilinear_line_supersample_ops;
 extern const NodeOps bilinear_supersample_ops;
 extern const NodeOps clip_ops;
+extern const NodeOps cmerge_ops;
 extern const NodeOps gennulls_ops;
 extern const NodeOps getinput_ops;
 extern const NodeOps height8_ops;
@@ -22,6 +23,7 @@ extern const NodeOps input_ops;
 extern const NodeOps inregion_ops;
 extern const NodeOps lsubsample_ops;
 extern const NodeOps lsupersample_ops;
+extern const NodeOps mergestreams_ops;
 extern const NodeOps nullcell_ops;
 extern const NodeOps nullconv_ops;
 extern const NodeOps nullline_ops;
@@ -29,6 +31,7 @@ extern const NodeOps optim_ops;
 extern const NodeOps pito8_ops;
 extern const NodeOps position_ops;
 extern const NodeOps pseudotorgb_ops;
+extern const NodeOps psmerge_ops;
 extern const NodeOps read_ops;
 extern const NodeOps rescolour_ops;
 extern const NodeOps rgb24final_ops;
@@ -58,11 +61,11 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
      &vln_pe::bilinear_line_supersample_ops},
     {FN_BILINEAR_SUPERSAMPLE, "FN_BILINEAR_SUPERSAMPLE", &vln_pe::bilinear_supersample_ops},
     {FN_CCOUNT, "FN_CCOUNT", nullptr},
-    {FN_CDMERGE, "FN_CDMERGE", nullptr},
+    {FN_CDMERGE, "FN_CDMERGE", &vln_pe::cmerge_ops},
     {FN_CELLX, "FN_CELLX", &vln_pe::position_ops},
     {FN_CELLY, "FN_CELLY", &vln_pe::position_ops},
     {FN_CLIP, "FN_CLIP", &vln_pe::clip_ops},
-    {FN_CMERGE, "FN_CMERGE", nullptr},
+    {FN_CMERGE, "FN_CMERGE", &vln_pe::cmerge_ops},
     {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", nullptr},
     {FN_FORMULA, "FN_FORMULA", nullptr},
     {FN_GENNULLS, "FN_GENNULLS", &vln_pe::gennulls_ops},
@@ -74,7 +77,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_KERNEL, "FN_KERNEL", nullptr},
     {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", &vln_pe::lsubsample_ops},
     {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", &vln_pe::lsupersample_ops},
-    {FN_MERGESTREAMS, "FN_MERGESTREAMS", nullptr},
+    {FN_MERGESTREAMS, "FN_MERGESTREAMS", &vln_pe::mergestreams_ops},
     {FN_NULLCONV, "FN_NULLCONV", &vln_pe::nullconv_ops},
     {FN_NULLCELL, "FN_NULLCELL", &vln_pe::nullcell_ops},
     {FN_NULLLINE, "FN_NULLLINE", &vln_pe::nullline_ops},
@@ -83,7 +86,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_PIXELX, "FN_PIXELX", &vln_pe::position_ops},
     {FN_PIXELY, "FN_PIXELY", &vln_pe::position_ops},
     {FN_PSEUDOTORGB, "FN_PSEUDOTORGB", &vln_pe::pseudotorgb_ops},
-    {FN_PSMERGE, "FN_PSMERGE", nullptr},
+    {FN_PSMERGE, "FN_PSMERGE", &vln_pe::psmerge_ops},
     {FN_RANODE, "FN_RANODE", nullptr},
     {FN_READ, "FN_READ", &vln_pe::read_ops},
     {FN_RESCOLOUR, "FN_RESCOLOUR", &vln_pe::rescolour_ops},

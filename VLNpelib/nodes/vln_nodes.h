@@ -110,6 +110,19 @@ void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, p
  * classification); with fewer than two streams, not Classification, the
  * stream's own chain. Declared in vln_pe_plan.h. */
 
+/* The node alone, with one input per stream of the group (`nr_cells` wide)
+ * and no children yet: setup_mergestreamsnode puts each stream's chain in
+ * its input's slot. */
+funcnode *new_mergestreams_node(pe_context *pe, pe_streamgroup *group, int nr_cells);
+/* The feathered value of a cell `k` cells into the overlap of a stream's
+ * extent [left, right) with the extent covered by the layers above it, A the
+ * stream's value and B the value there. */
+double feather_value(int left, int right, int covered_left, int covered_right, int k, double a,
+                     double b);
+/* The cells given to each class by a Classification merge so far, one
+ * counter per stream of the group (*count of them); null for another node. */
+const int64_t *merge_class_counters(funcnode *node, int *count);
+
 /* Classification colours over what lies below: input 0 (optional) what lies
  * below, the last input the class numbers. `output_type` is that of the line
  * (Unsigned8BitInteger or Unsigned32BitInteger); `colour_layers` 3 gives three
@@ -119,7 +132,28 @@ void setup_cmergenode(funcnode **slot, pe_context *pe, int output_type, int colo
                       pe_streamgroup *cdisplay_group);
 void setup_cdmergenode(funcnode **slot, pe_context *pe, int output_type, int colour_layers,
                        pe_streamgroup *groups, pe_streamgroup *cdisplay_group);
-/* Vector layers drawn by a child process over what lies below. */
+/* What lies below a class merge: the tree in the slot when the caller put
+ * one there; otherwise, when `groups` is not null, the surface's colour step
+ * (FN_RGB24FINAL for 32-bit cells, FN_HEIGHT8 for 8-bit, FN_RGBITORGB for
+ * three planes); otherwise nothing, and a 32-bit line starts as the
+ * background, an 8-bit one as NullColour, while planes keep what they hold.
+ * Without class streams a builder leaves the slot to what lies below;
+ * setup_cmergenode puts the ClassificationDisplay layer (setup_cdmergenode)
+ * under its own. */
+/* The class merge alone (FN_CMERGE or FN_CDMERGE), over the slot's tree when
+ * there is one, with `nr_classes` class inputs (8-bit, level 3) whose slots
+ * the caller fills: class_merge_input(node, i). */
+funcnode *new_class_merge_node(funcnode **slot, pe_context *pe, int type, int output_type,
+                               int colour_layers, pe_streamgroup *group, int nr_classes);
+fninput *class_merge_input(funcnode *node, int i);
+/* Vector layers drawn by a child process over what lies below (the class
+ * merges, by setup_cmergenode, when `mode` is MergeWithRaster; nothing when
+ * it is AfterRasterOkay). The program is the filter program of the group's
+ * first stream; it is given the algorithm's file, the line's width and
+ * height in cells and the bytes per cell it must write (1, an 8-bit index;
+ * 3, red, green and blue), then each stream's dataset. It writes one line of
+ * text, then each line of the view: 0 (or white) is a cell not drawn on.
+ * Without a vector group, setup_cmergenode alone. */
 void setup_psmergenode(funcnode **slot, pe_context *pe, int mode, int output_type,
                        int colour_layers, pe_streamgroup *groups, pe_streamgroup *class_group,
                        pe_streamgroup *cdisplay_group, pe_streamgroup *vector_group);
