@@ -159,8 +159,11 @@ TEST(NodesMerge, FeatherBlendsTheOverlapByThePlacementOfTheStream)
         Harness h;
         MergeRig rig(h, {row.below, row.above}, MT_Feather, IEEE8ByteReal, 10);
         Line line = h.read();
-        for (int x = 0; x < 10; x++)
-            if (row.cells[x] >= 0) EXPECT_DOUBLE_EQ(line.values[x], row.cells[x]) << "cell " << x;
+        for (int x = 0; x < 10; x++) {
+            if (row.cells[x] >= 0) {
+                EXPECT_DOUBLE_EQ(line.values[x], row.cells[x]) << "cell " << x;
+            }
+        }
     }
 }
 
