@@ -196,7 +196,11 @@ enum {
     PP_HEIGHT = 0x80,
     PP_RGB = 0x100,   /* composed colour: red, green, blue bytes */
     PP_EMPTY = 0x200, /* no bytes */
-    PP_RED16 = 0x400, /* ... to PP_HEIGHT16, 0x400 << colour */
+    PP_RED16 = 0x400, /* 16-bit planes, replacing the 8-bit one: 0x400 << colour */
+    PP_GREEN16 = 0x800,
+    PP_BLUE16 = 0x1000,
+    PP_HUE16 = 0x2000,
+    PP_SATURATION16 = 0x4000,
     PP_INTENSITY16 = 0x8000,
     PP_PSEUDO16 = 0x10000,
     PP_HEIGHT16 = 0x20000
