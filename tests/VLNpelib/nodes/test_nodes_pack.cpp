@@ -187,12 +187,12 @@ TEST(SurfaceBandMap, PixelsOfSurfacesWithGroupsThenHeights)
     pe->class_groups = array();
     pe->classdisp_groups = array();
     pe->link_groups = array();
-    pe_streamgroup g{};
+    auto *g = static_cast<pe_streamgroup *>(pe_malloc(pe, sizeof(pe_streamgroup)));
     // 0: colours and heights; 1: nothing; 2: heights alone; 3: classes alone.
-    pe->groups[0] = &g;
-    pe->height_groups[0] = &g;
-    pe->height_groups[2] = &g;
-    pe->class_groups[3] = &g;
+    pe->groups[0] = g;
+    pe->height_groups[0] = g;
+    pe->height_groups[2] = g;
+    pe->class_groups[3] = g;
     std::vector<int32_t> map(8, -1);
     ASSERT_EQ(tomsrgbh_band_map(pe, map.data()), 4);
     EXPECT_EQ(std::vector<int32_t>(map.begin(), map.begin() + 4),
