@@ -348,6 +348,20 @@ VLD_API void vds_processing_system_error(pe_context *context, const char *format
 VLD_API void vds_abort_read(pe_context *context) VLD_NORETURN;
 VLD_API char *vds_error_text(Vds *vds);
 
+/* ---------------------------------------------------------------- writing a dataset */
+
+/* The header of the dataset that a handle opened for a dataset writes: the
+ * window's cells, their size and registration, a band per line of a read
+ * (named by its group, "Classified", "Vector"), the regions of the inputs. A
+ * mapped handle describes the handle inside it. Returns 1 with a new header
+ * in *dsh, or 0 with a new text in *errmsg. */
+VLD_API int PE_setup_output_dsh(Vds *vds, dshdr **dsh, char **errmsg);
+/* Merges into a raster header the regions of the raster datasets that the
+ * algorithm's layers read (moved onto the header's grid; a virtual dataset
+ * without regions of its own gives those of its algorithm), a new "All", and
+ * a class region per Classification layer. 0 or an error code. */
+VLD_API int VLD_setup_dsh_ri_from_alg(dshdr *dsh, algorithm *alg);
+
 /* ---------------------------------------------------------------- mapped reading */
 
 /* Opens a rectangle of a dataset for reading in `out_type`; 0 or an error

@@ -97,7 +97,7 @@ void short_cut_chain(funcnode **slot, pe_context *pe, pe_stream *ps)
     if (d->out_nr_lines > d->read_lines)
         setup_lsupersnode(slot, pe, d->out_nr_cells, d->out_nr_lines, d->super_step_lines,
                           d->super_step_out_lines, d->super_frac_y);
-    setup_ssync_node(slot, pe, ps, pe->nr_cells, d->out_first_line, d->out_nr_lines,
+    setup_ssync_node(slot, pe, ps, d->out_nr_cells, d->out_first_line, d->out_nr_lines,
                      d->out_first_cell, pe->alg->null_colour);
 }
 
@@ -273,8 +273,8 @@ void setup_streamnodes(funcnode **slot, pe_context *pe, pe_streamgroup *, pe_str
     if (bilinear && reserve) setup_rcnode(slot, pe, width);
     if (bilinear && !classification && group->count == 1)
         setup_nconvnode(slot, pe, group, width, null_value);
-    // 19: placement in the image.
-    setup_ssync_node(slot, pe, ps, pe->nr_cells, d->out_first_line, d->out_nr_lines,
+    // 19: placement in the image; the stream's lines are its own width.
+    setup_ssync_node(slot, pe, ps, width, d->out_first_line, d->out_nr_lines,
                      d->out_first_cell, null_value);
 }
 

@@ -418,6 +418,7 @@ void free_group_formulae(pe_context *pe)
     };
     for (int s = 0; s < pe->nr_surfaces && pe->groups != nullptr; s++) {
         free_list(pe->groups[s]);
+        free_list(pe->height_groups[s]);
         free_list(pe->class_groups[s]);
         free_list(pe->classdisp_groups[s]);
         free_list(pe->link_groups[s]);

@@ -15,6 +15,7 @@ extern const NodeOps bilinear_line_supersample_ops;
 extern const NodeOps bilinear_supersample_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps cmerge_ops;
+extern const NodeOps dgroupstreams_ops;
 extern const NodeOps gennulls_ops;
 extern const NodeOps getinput_ops;
 extern const NodeOps height8_ops;
@@ -45,6 +46,9 @@ extern const NodeOps subsample_ops;
 extern const NodeOps supersample_ops;
 extern const NodeOps sync_ops;
 extern const NodeOps tconv_ops;
+extern const NodeOps tobuffers_ops;
+extern const NodeOps tomsrgbh_ops;
+extern const NodeOps toppbuffers_ops;
 extern const NodeOps transparency_ops;
 extern const NodeOps vread_ops;
 }  // namespace vln_pe
@@ -66,7 +70,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_CELLY, "FN_CELLY", &vln_pe::position_ops},
     {FN_CLIP, "FN_CLIP", &vln_pe::clip_ops},
     {FN_CMERGE, "FN_CMERGE", &vln_pe::cmerge_ops},
-    {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", nullptr},
+    {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", &vln_pe::dgroupstreams_ops},
     {FN_FORMULA, "FN_FORMULA", nullptr},
     {FN_GENNULLS, "FN_GENNULLS", &vln_pe::gennulls_ops},
     {FN_GETINPUT, "FN_GETINPUT", &vln_pe::getinput_ops},
@@ -106,13 +110,13 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_SYNC, "FN_SYNC", &vln_pe::sync_ops},
     {FN_TCONV, "FN_TCONV", &vln_pe::tconv_ops},
     {FN_OPTIM_TCONV, "FN_OPTIM_TCONV", nullptr},
-    {FN_TOBUFFERS, "FN_TOBUFFERS", nullptr},
-    {FN_TOMSRGBH, "FN_TOMSRGBH", nullptr},
-    {FN_TOPPBUFFERS, "FN_TOPPBUFFERS", nullptr},
+    {FN_TOBUFFERS, "FN_TOBUFFERS", &vln_pe::tobuffers_ops},
+    {FN_TOMSRGBH, "FN_TOMSRGBH", &vln_pe::tomsrgbh_ops},
+    {FN_TOPPBUFFERS, "FN_TOPPBUFFERS", &vln_pe::toppbuffers_ops},
     {FN_TRANSFORM, "FN_TRANSFORM", nullptr},
     {FN_TRANSPARENCY, "FN_TRANSPARENCY", &vln_pe::transparency_ops},
-    {FN_VREADTOPP, "FN_VREADTOPP", nullptr},
-    {FN_VREADTOMSRGBH, "FN_VREADTOMSRGBH", nullptr},
+    {FN_VREADTOPP, "FN_VREADTOPP", &vln_pe::vread_ops},
+    {FN_VREADTOMSRGBH, "FN_VREADTOMSRGBH", &vln_pe::vread_ops},
     {FN_VREAD, "FN_VREAD", &vln_pe::vread_ops},
 };
 

@@ -221,4 +221,66 @@ int vread_read_lines(funcnode *root, void **lines, rlseg **rlsegs);
 int vreadtopp_read_lines(funcnode *root, void **lines, uint32_t **pp_lines);
 int vreadtomsrgbh_read_lines(funcnode *root, void **rgb_lines, void **height_lines, rlseg **rlsegs);
 
+/* The groups that make the bands of a dataset written from the algorithm, in
+ * band order: every ordinary group of every surface, then each surface's
+ * Classification group, then each surface's DynamicLink group. Stores up to
+ * `max` of them in `groups` (which may be null) and returns the count. */
+int dataset_output_groups(const pe_context *pe, pe_streamgroup **groups, int max);
+/* FN_DGROUPSTREAMS: one band per output group, in `pe->cell_type`. */
+void setup_dgsnode(funcnode **slot, pe_context *pe, int nr_bands);
+/* FN_TOBUFFERS: surface 0 as twelve 8-bit lines (planes, a mask, overlay). */
+void setup_tobufnode(funcnode **slot, pe_context *pe);
+/* FN_TOPPBUFFERS: one packed-pixel line and run table per surface. */
+void setup_toppbufnode(funcnode **slot, pe_context *pe);
+/* FN_TOMSRGBH: a line of 32-bit pixels per surface and one of heights per
+ * surface with a Height group, which this takes out of `groups` into
+ * `height_groups`. */
+void setup_tomsrgbh(funcnode **slot, pe_context *pe);
+/* The bands of the per-surface root, in order: 2 * s for the pixels of a
+ * surface s that has any group, then 2 * s + 1 for the heights of each surface
+ * with a Height group. Fills `band_map` (may be null); returns the count. */
+int tomsrgbh_band_map(const pe_context *pe, int32_t *band_map);
+
+/* Bits of a packed-pixel mask: what a cell carries, and in what order. */
+enum {
+    PP_RED = 0x1,
+    PP_GREEN = 0x2,
+    PP_BLUE = 0x4,
+    PP_HUE = 0x8,
+    PP_SATURATION = 0x10,
+    PP_INTENSITY = 0x20,
+    PP_PSEUDO = 0x40,
+    PP_HEIGHT = 0x80,
+    PP_RGB = 0x100,   /* composed colour: red, green, blue bytes */
+    PP_EMPTY = 0x200, /* no bytes */
+    PP_RED16 = 0x400, /* 16-bit planes, replacing the 8-bit one: 0x400 << colour */
+    PP_GREEN16 = 0x800,
+    PP_BLUE16 = 0x1000,
+    PP_HUE16 = 0x2000,
+    PP_SATURATION16 = 0x4000,
+    PP_INTENSITY16 = 0x8000,
+    PP_PSEUDO16 = 0x10000,
+    PP_HEIGHT16 = 0x20000
+};
+/* The planes of one surface, by colour (red, green, blue, hue, saturation,
+ * intensity, pseudo, height), in 8 and 16 bits; null where there is none. */
+struct pp_planes {
+    const uint8_t *plane8[8];
+    const uint16_t *plane16[8];
+};
+/* Packs the first `nr_in` cells of a line by their masks into `out` and makes
+ * its run table: entry 0 is {0, bytes written}, then {mask, count} runs of
+ * cells, cells from `nr_in` to `nr_cells` as one PP_EMPTY run, and {0, 0} at
+ * the end. A `line` (from 1) above `nr_lines_in` is one PP_EMPTY run. The
+ * table is new (malloc) and the caller's, in *table; a null `table` packs
+ * nothing. Returns 0, 1 when memory ran out, 2 when the cells need more than
+ * `nr_bytes_limit` bytes; *table is null after a failure. */
+int convert_bufs_to_pp(int nr_bytes_limit, int nr_cells, int line, int nr_in, int nr_lines_in,
+                       const pp_planes *planes, const uint32_t *masks, uint32_t **table,
+                       uint8_t *out);
+
+/* A 32-bit pixel of the bytes red, green, blue at the handle's shifts (16, 8, 0
+ * without a handle). */
+void Colour24toUINT32(const Vds *vds, const uint8_t *rgb, uint32_t *pixel);
+
 #endif
