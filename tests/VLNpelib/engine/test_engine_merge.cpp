@@ -80,8 +80,10 @@ TEST(EngineMerge, OverlayShowsTheLastStreamWhereItIsValid)
     TempDir dir;
     MosaicOpen open(dir, side_by_side(dir), "Overlay");
     ASSERT_EQ(open.status, 0) << open.pe->error_text;
-    // One merge under the band's null conversion.
-    funcnode *top = open.pe->raster_root->inputs[0].node;
+    // The dataset's one band: a merge under the band's null conversion.
+    funcnode *bands = open.pe->raster_root->inputs[0].node;
+    ASSERT_EQ(bands->type, FN_DGROUPSTREAMS);
+    funcnode *top = bands->inputs[0].node;
     ASSERT_EQ(top->type, FN_NULLCONV);
     EXPECT_EQ(top->inputs[0].node->type, FN_MERGESTREAMS);
     for (int y = 0; y < 3; y++) {

@@ -259,7 +259,9 @@ TEST(EngineBuffersOutput, LinesByTypeAndTheMaskOfEach)
         for (int x = 0; x < 20; x++) {
             const bool blue = y >= 5 && y < 9 && x >= 10 && x < 15;
             EXPECT_EQ(lines[0][x], value8(1, y, x));
-            if (blue) EXPECT_EQ(lines[2][x], value8(0, y - 5, x - 10));
+            if (blue) {
+                EXPECT_EQ(lines[2][x], value8(0, y - 5, x - 10));
+            }
             EXPECT_EQ(lines[8][x], blue ? 1 + 4 : 1) << "cell " << x << ", line " << y;
             for (int untouched : {1, 3, 4, 5, 6, 7, 9, 10, 11})
                 EXPECT_EQ(lines[untouched][x], 0xEE) << "line " << untouched;
@@ -355,7 +357,9 @@ TEST(EngineSurfaceOutput, HeightsOfEachSurfaceToTheirOwnEntries)
         EXPECT_EQ(runs_of(runs[3]), on ? (Runs{{10, 14}}) : Runs{});
         if (given != nullptr) {
             EXPECT_EQ(heights[0][3], float(eng::value16(0, y, 3)));
-            if (on) EXPECT_EQ(heights[1][12], float(eng::value16(0, y - 5, 2)));
+            if (on) {
+                EXPECT_EQ(heights[1][12], float(eng::value16(0, y - 5, 2)));
+            }
         }
     }
     EXPECT_EQ(rgb, std::vector<uint32_t>(20, 0xEEEEEEEE));
