@@ -210,15 +210,23 @@ Vds *vds_vopen(dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_
     // Bands that aren't asked for are switched off, stream by stream.
     msinfo *groups = nullptr;
     if (VLD_setup_msinfo(&groups, copy) != 0) return fail();
-    int band = 0;
+    int band = 0, selected = 0;
     for (msinfo *g = groups; g != nullptr; g = g->next, band++) {
         bool wanted = false;
         for (int i = 0; i < nr_bands && !wanted; i++)
             wanted = (bands != nullptr ? bands[i] : i) == band;
         if (!wanted)
             for (int i = 0; i < g->nr_streams; i++) g->streams[i]->turned_off = 1;
+        selected += wanted ? 1 : 0;
     }
     VLD_free_msinfos(groups);
+    // With every layer off the planning would stop at its own check; a band
+    // list that selects nothing is said as the dataset layout says it.
+    if (selected == 0) {
+        VLD_setup_error(VLD_ERR_MESSAGE,
+                        "Nothing to output to dataset - all overlays off or invisible\n");
+        return fail();
+    }
 
     Vds *vds = vds_open_alg_tods(copy, errmsg, nullptr, nullptr);
     if (vds == nullptr) {

@@ -25,6 +25,6 @@ export VORLAN="$(pkg-config --variable=datadir vorlan)"
 for program in capi_test vds_capi_test; do
   # shellcheck disable=SC2046
   "$cc" -std=c11 -Wall -Wextra -Werror -pedantic "$here/$program.c" \
-    $(pkg-config --cflags --libs vorlan) "${extra[@]}" -o "$prefix/$program"
+    $(pkg-config --cflags --libs vorlan) -lm "${extra[@]}" -o "$prefix/$program"
   "$prefix/$program"
 done
