@@ -10,6 +10,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -142,6 +143,8 @@ struct Grid {
     int lines = 7, cells = 9, bands = 2;
     bool has_null = false;
     double null_value = 0.0;
+    int order = LSBFirst;       /* of the data file */
+    int header_offset = 0;      /* bytes before the first line */
     std::vector<double> values; /* band, line, cell */
     std::string header;
     dshdr *d = nullptr;
@@ -177,12 +180,19 @@ struct Grid {
         w->info.r.has_null = has_null;
         w->info.r.null_value = null_value;
         w->info.r.cellinfo.x_dimension = w->info.r.cellinfo.y_dimension = cell_size;
+        w->byte_order = order;
+        w->header_offset = header_offset;
         ep_dshdr(w, header.c_str());
         ef_dshdr(w);
-        std::string data;
+        std::string data(static_cast<size_t>(header_offset), '\x5a');
         for (int l = 0; l < lines; l++)
             for (int b = 0; b < bands; b++)
-                for (int c = 0; c < cells; c++) put_cell(data, at(b, l, c), type);
+                for (int c = 0; c < cells; c++) {
+                    std::string cell;
+                    put_cell(cell, at(b, l, c), type);
+                    if (order != LSBFirst) std::reverse(cell.begin(), cell.end());
+                    data += cell;
+                }
         std::ofstream(dir.file(stem), std::ios::binary) << data;
         ef_dshdr(d);
         d = nullptr;
@@ -194,14 +204,27 @@ struct Grid {
     {
         std::string bytes;
         put_cell(bytes, at(b, l, c), type);
+        auto get = [&](auto v) {
+            std::memcpy(&v, bytes.data(), sizeof v);
+            return static_cast<double>(v);
+        };
         switch (type) {
-            case IEEE4ByteReal: {
-                float f;
-                std::memcpy(&f, bytes.data(), 4);
-                return f;
-            }
+            case Unsigned8BitInteger:
+                return get(uint8_t{});
+            case Unsigned16BitInteger:
+                return get(uint16_t{});
+            case Unsigned32BitInteger:
+                return get(uint32_t{});
+            case Signed8BitInteger:
+                return get(int8_t{});
+            case Signed16BitInteger:
+                return get(int16_t{});
+            case Signed32BitInteger:
+                return get(int32_t{});
+            case IEEE4ByteReal:
+                return get(float{});
             default:
-                return at(b, l, c);
+                return get(double{});
         }
     }
 

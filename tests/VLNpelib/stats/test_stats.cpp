@@ -92,6 +92,33 @@ TEST(Stats, EveryCellTypeMatchesSumsOverTheCells)
     }
 }
 
+TEST(Stats, CellsSwappedOrMisalignedInTheFile)
+{
+    struct Case {
+        int type, order, header_offset;
+    } cases[] = {
+        {Signed16BitInteger, MSBFirst, 0},
+        {Unsigned16BitInteger, LSBFirst, 3},
+        {IEEE8ByteReal, MSBFirst, 5},
+        {Unsigned32BitInteger, MSBFirst, 2},
+    };
+    for (const Case &k : cases) {
+        SCOPED_TRACE(testing::Message() << k.type << "/" << k.order << "/" << k.header_offset);
+        st::TempDir dir;
+        st::Grid g;
+        g.type = k.type;
+        g.order = k.order;
+        g.header_offset = k.header_offset;
+        g.has_null = true;
+        g.null_value = 7;
+        g.fill(
+            [](int b, int l, int c) { return (b * 300 + l * 41 + c * 29) % 250 + 1.5 * (c % 2); });
+        g.write(dir, "img");
+        ASSERT_EQ(calc_stats(g.d, 0), 0) << st::error_text();
+        expect_stats(g.d->info.r.regions->stats, g.expect([](int, int) { return true; }), 2);
+    }
+}
+
 TEST(Stats, EdgeCases)
 {
     struct Case {
