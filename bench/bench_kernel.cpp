@@ -34,7 +34,7 @@
 namespace {
 
 constexpr int kLines = 10000, kCells = 10000;
-constexpr double kAzimuth = 315, kElevation = 45;  // degrees
+constexpr int kAzimuth = 315, kElevation = 45;  // degrees
 constexpr int kCheckLine = 5000;
 
 struct Data {
