@@ -6,17 +6,20 @@
  * library when the algorithm is opened and looks up four entries:
  *
  *   NAME         required: the value of one cell from its window;
- *   NAME_init    optional: called once before the first line is computed;
+ *   NAME_init    optional: called once when the open has succeeded, before
+ *                the first line is computed;
  *   NAME_final   optional: called once when the virtual dataset is closed,
- *                after NAME_init ran;
+ *                if the open succeeded;
  *   NAME_mtsafe  optional: says whether the function may be called from
  *                several threads, each with its own handle.
  *
- * A library is searched along the kernel search path: $VLN_KERNEL_UCPATH, the
- * folders "usercode/kernel/c" and "usercode/kernel" of the installation
- * ($VORLAN), each first under the machine type ($VLN_MACHINE_TYPE). The name
- * may be written with any extension; the platform's library suffix replaces
- * it.
+ * An absolute name is used as it is. Any other is looked for in the folders
+ * $VORLAN/usercode/kernel/c and $VORLAN/usercode/kernel/c/<machine type>,
+ * then those of $VLN_KERNEL_UCPATH, then $VORLAN/usercode/kernel/<machine
+ * type>, $VORLAN/usercode/kernel and ./usercode/kernel; a name that goes
+ * through a folder called "usercode" is looked for by what follows it. The
+ * name may be written with any extension: the platform's library suffix
+ * replaces it.
  */
 #ifndef VORLAN_VLN_KERNEL_USERCODE_H
 #define VORLAN_VLN_KERNEL_USERCODE_H
