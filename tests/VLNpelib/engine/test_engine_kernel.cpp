@@ -156,11 +156,16 @@ struct Result {
     std::vector<std::vector<std::pair<int, int>>> runs;
 };
 
-Result run_alg(const std::string &path, int width, int output_type)
+void start_engine()
 {
     setenv("VORLAN", VORLAN_SHARE_DIR, 0);
     setenv("VLN_MACHINE_TYPE", "linux", 0);
     EXPECT_EQ(PE_initialise("engine tests"), 0);
+}
+
+Result run_alg(const std::string &path, int width, int output_type)
+{
+    start_engine();
     Result result;
     algorithm *alg = nullptr;
     EXPECT_EQ(eg_algorithm_with_transients(&alg, path.c_str()), 0)
@@ -291,6 +296,59 @@ TEST(EngineKernel, ABadKernelFailsTheOpen)
     zero_scale.scale = 0;
     const std::string path = write_alg(dir, 0, 0, kCells, kLines, IEEE8ByteReal, {}, {zero_scale});
     EXPECT_EQ(run_alg(path, kCells, IEEE8ByteReal).error, "Kernel scalefactor is zero\n");
+}
+
+/* Whether a node of `type` stands in the tree. */
+bool has_node(const funcnode *node, int type)
+{
+    if (node == nullptr) return false;
+    if (node->type == type) return true;
+    for (int i = 0; i < node->nr_inputs; i++)
+        if (has_node(node->inputs[i].node, type)) return true;
+    return false;
+}
+
+/* A shaded layer in each colour mode: a real-time shading surface records
+ * directions in 16 bits, the others are sun-shaded; every line comes. */
+TEST(EngineKernel, ShadedLayersInEveryColourMode)
+{
+    struct Row {
+        const char *mode, *type;
+        int shade_kind;
+    };
+    const Row rows[] = {{"RTSHADE", "Pseudo", FN_RTSHADE16},
+                        {"PSEUDO", "Pseudo", FN_SHADE},
+                        {"RGB", "Red", FN_SHADE}};
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.mode);
+        TempDir dir;
+        const std::string path = write_alg(dir, 0, 0, kCells, kLines, Unsigned8BitInteger, {}, {},
+                                           "\t\t\tDoStaticShade = Yes\n");
+        std::ifstream in(path);
+        std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        text.replace(text.find("DATASET"), 7, row.mode);
+        text.replace(text.find("Type = Pseudo"), 13, std::string("Type = ") + row.type);
+        text.insert(text.find("\tOutputWidth"),
+                    "\tDotsPerInchAcross = 72\n\tDotsPerInchDown = 72\n");
+        std::ofstream(path) << text;
+        start_engine();
+        algorithm *alg = nullptr;
+        ASSERT_EQ(eg_algorithm_with_transients(&alg, path.c_str()), 0);
+        pe_context *pe = pe_create_context();
+        ASSERT_EQ(init_alg(pe, alg), 0) << pe->error_text;
+        EXPECT_TRUE(has_node(pe->raster_root, row.shade_kind));
+        pe_start_trees(pe);
+        std::vector<std::vector<char>> lines(16, std::vector<char>(kCells * 8 + 8));
+        std::vector<void *> ptrs;
+        for (auto &l : lines) ptrs.push_back(l.data());
+        std::vector<rlseg *> runs(16, nullptr);
+        int n = 0, status;
+        while ((status = pe_read_lines(pe, 0, ptrs.data(), runs.data())) == 0) n++;
+        EXPECT_EQ(status, -1) << pe->error_text;
+        EXPECT_EQ(n, kLines);
+        pe_destroy_context(pe);
+        ef_algorithm(alg);
+    }
 }
 
 }  // namespace
