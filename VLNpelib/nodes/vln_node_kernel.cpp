@@ -15,6 +15,7 @@
  * output line one weight at a time, in the same order per cell, so that both
  * give the same bytes.
  */
+#include <algorithm>
 #include <cmath>
 
 #include "vln_kernel_internal.h"
@@ -48,8 +49,9 @@ void take_line(funcnode *node, Window *w)
 }
 
 /* The cells whose whole window is valid: the rows' runs intersected, each
- * run narrowed by `half` cells at both ends. */
-rlseg *window_runs(pe_context *pe, linebuf *const *lines, int rows, int half)
+ * run narrowed by `half` cells at both ends. Runs are kept within the line's
+ * `nr_cells`, so that no window reaches past the ring's lines. */
+rlseg *window_runs(pe_context *pe, linebuf *const *lines, int rows, int half, int nr_cells)
 {
     rlseg *runs = dup_rlsegs(&pe->rlsegs, lines[0]->rlsegs);
     for (int r = 1; r < rows && runs != nullptr; r++) {
@@ -60,8 +62,8 @@ rlseg *window_runs(pe_context *pe, linebuf *const *lines, int rows, int half)
     rlseg **link = &runs;
     while (*link != nullptr) {
         rlseg *run = *link;
-        run->first += half;
-        run->last -= half;
+        run->first = std::max(run->first, 0) + half;
+        run->last = std::min(run->last, nr_cells - 1) - half;
         if (run->first > run->last) {
             *link = run->next;
             run->next = nullptr;
@@ -229,7 +231,7 @@ void vln_kernel::window_read(funcnode *node)
     }
     linebuf *out = node->output->buffers[0];
     pe_free_rlseg_list(pe, &out->rlsegs);
-    out->rlsegs = window_runs(pe, w->window_lines, w->rows, w->half_columns);
+    out->rlsegs = window_runs(pe, w->window_lines, w->rows, w->half_columns, w->nr_cells);
     for (const rlseg *run = out->rlsegs; run != nullptr; run = run->next)
         w->cell_routine(w, run->first, run->last, w->window_data, out->data);
 }

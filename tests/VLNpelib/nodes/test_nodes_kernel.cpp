@@ -162,6 +162,7 @@ TEST(NodesKernel, NarrowLinesAndALoneNull)
         {"width 2: no cell", 2, {{0, 1}}, {}},
         {"a null at cell 4 takes cells 3 to 5", 9, {{0, 3}, {5, 8}}, {{1, 2}, {6, 7}}},
         {"runs of one or two cells vanish", 9, {{0, 1}, {3, 3}, {5, 8}}, {{6, 7}}},
+        {"runs past the line's ends are cut to it", 9, {{-3, 20}}, {{1, 7}}},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
