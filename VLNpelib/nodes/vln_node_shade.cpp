@@ -45,6 +45,13 @@ const Shade *shade_of(const Window *w)
     return static_cast<const Shade *>(w->kind);
 }
 
+/* Truncation of a level; a height that isn't a number (or is infinite)
+ * makes no direction, and its levels are 0. */
+inline int level(double value)
+{
+    return value == value ? static_cast<int>(value) : 0;
+}
+
 /* The unit normal of the surface at a cell, and its gradients. */
 struct Normal {
     double gx, gy;
@@ -106,8 +113,7 @@ void shade_cells(const Window *w, int first, int last, const double *const *rows
     for (int x = first; x <= last; x++) {
         const Normal n = normal_at(rows[0], rows[1], rows[2], x);
         const double d = n.x * sx + n.y * sy + n.z * sz;
-        const double level = std::min(d * 256.0, 255.0);
-        out[x] = d < 0.0 ? 0 : static_cast<uint8_t>(level);
+        out[x] = d >= 0.0 ? static_cast<uint8_t>(std::min(d * 256.0, 255.0)) : 0;
     }
 }
 
@@ -130,8 +136,8 @@ void rtshade_cells(const Window *w, int first, int last, const double *const *ro
             a += kPi;
         }
         if (a < 0.0) a += kTwoPi;
-        const int column = static_cast<int>((elevation_levels - 1) * a / kTwoPi);
-        const int row = static_cast<int>((e + e) * (azimuth_levels - 1) / kPi);
+        const int column = level((elevation_levels - 1) * a / kTwoPi);
+        const int row = level((e + e) * (azimuth_levels - 1) / kPi);
         out[x] = s->colour_map[(row * elevation_levels + column) % 256];
     }
 }
@@ -176,8 +182,8 @@ void rtshade16_cells(const Window *, int first, int last, const double *const *r
             a += kPi;
         }
         if (a < 0.0) a += kTwoPi;
-        out[2 * x] = static_cast<uint8_t>(static_cast<int>(e * kElevationScale));
-        out[2 * x + 1] = static_cast<uint8_t>(static_cast<int>(a * kAzimuthScale));
+        out[2 * x] = static_cast<uint8_t>(level(e * kElevationScale));
+        out[2 * x + 1] = static_cast<uint8_t>(level(a * kAzimuthScale));
     }
 }
 

@@ -41,8 +41,9 @@ struct ShadeRun {
     Script script;
     node_test::Line line;
 
-    ShadeRun(const Grid &g, Builder build, pe_stream *ps, algorithm *alg = nullptr)
-        : script(Signed32BitInteger, g.lines)
+    ShadeRun(const Grid &g, Builder build, pe_stream *ps, algorithm *alg = nullptr,
+             int cell_type = Signed32BitInteger)
+        : script(cell_type, g.lines)
     {
         h.pe->alg = alg;
         funcnode *tree = node_test::make_source(h.pe, &script);
@@ -171,6 +172,33 @@ TEST(NodesShade, ANullNeighbourMakesTheCellNull)
         algorithm alg{};
         ShadeRun run(g, build, &ps, &alg);
         EXPECT_EQ(run.line.runs, (Runs{{1, 1}, {5, 5}}));
+    }
+}
+
+TEST(NodesShade, HeightsThatAreNoNumberGiveLevelZero)
+{
+    const Builder builders[] = {setup_shadenode, setup_rtsnode, setup_rts16node};
+    for (double bad : {std::nan(""), HUGE_VAL}) {
+        for (Builder build : builders) {
+            Grid g = plane("flat");
+            g.lines[1].values[3] = bad;  // valid, in the run
+            stream st{};
+            pe_stream ps{};
+            ps.stream = &st;
+            algorithm alg{};
+            ShadeRun run(g, build, &ps, &alg, IEEE8ByteReal);
+            ASSERT_EQ(run.line.runs, (Runs{{1, 5}}));
+            // The cross of cell 3 reaches it from cells 2 and 4; cell 3
+            // itself takes its neighbours only.
+            for (int x : {2, 4}) {
+                if (build == setup_rts16node) {
+                    EXPECT_EQ(run.byte(x, 0), 0);
+                    EXPECT_EQ(run.byte(x, 1), 0);
+                } else {
+                    EXPECT_EQ(run.line.values[x], 0);
+                }
+            }
+        }
     }
 }
 
