@@ -19,7 +19,7 @@ using node_test::Harness;
 using node_test::Runs;
 using node_test::Script;
 
-struct KernelSpec {
+struct KernelDef {
     int type;
     int rows, columns;
     std::vector<double> weights;
@@ -27,20 +27,20 @@ struct KernelSpec {
     double threshold = 0.0;
 };
 
-kernel record_of(KernelSpec &spec)
+kernel record_of(KernelDef &def)
 {
     kernel k{};
-    k.type = spec.type;
-    k.rows = spec.rows;
-    k.columns = spec.columns;
-    k.array = spec.weights.empty() ? nullptr : spec.weights.data();
-    k.scale_factor = spec.scale;
-    k.threshold = spec.threshold;
+    k.type = def.type;
+    k.rows = def.rows;
+    k.columns = def.columns;
+    k.array = def.weights.empty() ? nullptr : def.weights.data();
+    k.scale_factor = def.scale;
+    k.threshold = def.threshold;
     return k;
 }
 
 /* The kernel's value at a cell of output line j, by its definition. */
-double kernel_value(const Grid &g, const KernelSpec &k, int j, int x)
+double kernel_value(const Grid &g, const KernelDef &k, int j, int x)
 {
     double s = 0.0;
     for (int r = 0; r < k.rows; r++)
@@ -55,25 +55,24 @@ double kernel_value(const Grid &g, const KernelSpec &k, int j, int x)
 
 /* Runs the kernel over the grid, as cells of `source_type`, and checks every
  * line it can make. */
-void check_kernel(KernelSpec spec, const Grid &g, int source_type)
+void check_kernel(KernelDef def, const Grid &g, int source_type)
 {
     Harness h;
     Script script{source_type, g.lines};
     funcnode *tree = node_test::make_source(h.pe, &script);
-    kernel k = record_of(spec);
+    kernel k = record_of(def);
     setup_kernelnode(&tree, h.pe, nullptr, &k, g.width);
     h.build(tree, g.width, PE_ALLOC_RECORDS);
     ASSERT_EQ(h.top()->cell_type, IEEE8ByteReal);
-    const int out_lines = static_cast<int>(g.lines.size()) - spec.rows + 1;
+    const int out_lines = static_cast<int>(g.lines.size()) - def.rows + 1;
     for (int j = 0; j < out_lines; j++) {
         SCOPED_TRACE("line " + std::to_string(j));
         node_test::Line got = h.read();
-        Expected want = kernel_test::window_line(g, j, spec.rows, spec.columns, [&](int l, int x) {
-            return kernel_value(g, spec, l, x);
-        });
+        Expected want = kernel_test::window_line(
+            g, j, def.rows, def.columns, [&](int l, int x) { return kernel_value(g, def, l, x); });
         kernel_test::expect_line(got, want);
         // The first line fills the window; every later one takes one line.
-        EXPECT_EQ(script.reads, spec.rows + j);
+        EXPECT_EQ(script.reads, def.rows + j);
     }
 }
 
@@ -95,7 +94,7 @@ Grid grid_with_nulls()
 
 struct ConvolutionRow {
     const char *name;
-    KernelSpec spec;
+    KernelDef def;
 };
 
 TEST(NodesKernel, ValuesAndRunsFollowTheDefinitions)
@@ -122,7 +121,7 @@ TEST(NodesKernel, ValuesAndRunsFollowTheDefinitions)
             for (size_t g = 0; g < std::size(grids); g++) {
                 SCOPED_TRACE(std::string(row.name) + (g ? ", with nulls" : "") +
                              (source_type == IEEE8ByteReal ? ", doubles" : ", 16-bit"));
-                check_kernel(row.spec, grids[g], source_type);
+                check_kernel(row.def, grids[g], source_type);
             }
 }
 
@@ -134,8 +133,8 @@ TEST(NodesKernel, ThresholdExtremesAreConvolutionAndCentre)
         Harness h;
         Script script{IEEE8ByteReal, g.lines};
         funcnode *tree = node_test::make_source(h.pe, &script);
-        KernelSpec spec{KT_Threshold, 3, 3, std::vector<double>(9, 1.0), 9.0, threshold};
-        kernel k = record_of(spec);
+        KernelDef def{KT_Threshold, 3, 3, std::vector<double>(9, 1.0), 9.0, threshold};
+        kernel k = record_of(def);
         setup_kernelnode(&tree, h.pe, nullptr, &k, g.width);
         h.build(tree, g.width, PE_ALLOC_RECORDS);
         node_test::Line got = h.read();
@@ -171,8 +170,8 @@ TEST(NodesKernel, NarrowLinesAndALoneNull)
         for (auto &line : g.lines) line.runs = row.runs;
         Script script{IEEE8ByteReal, g.lines};
         funcnode *tree = node_test::make_source(h.pe, &script);
-        KernelSpec spec{KT_Convolution, 3, 3, std::vector<double>(9, 1.0), 9.0};
-        kernel k = record_of(spec);
+        KernelDef def{KT_Convolution, 3, 3, std::vector<double>(9, 1.0), 9.0};
+        kernel k = record_of(def);
         setup_kernelnode(&tree, h.pe, nullptr, &k, row.width);
         h.build(tree, row.width, PE_ALLOC_RECORDS);
         EXPECT_EQ(h.read().runs, row.want);
@@ -185,8 +184,8 @@ TEST(NodesKernel, DoubleLinesLandInTheRingAndReadsStopAllocating)
     Grid g = grid_with_nulls();
     Script script{IEEE8ByteReal, g.lines};
     funcnode *tree = node_test::make_source(h.pe, &script);
-    KernelSpec spec{KT_Convolution, 5, 3, std::vector<double>(15, 1.0), 15.0};
-    kernel k = record_of(spec);
+    KernelDef def{KT_Convolution, 5, 3, std::vector<double>(15, 1.0), 15.0};
+    kernel k = record_of(def);
     setup_kernelnode(&tree, h.pe, nullptr, &k, g.width);
     h.build(tree, g.width, PE_ALLOC_RECORDS);
     for (int i = 0; i < 3; i++) h.read();
@@ -201,7 +200,7 @@ TEST(NodesKernel, DoubleLinesLandInTheRingAndReadsStopAllocating)
 
 struct BadKernelRow {
     const char *name;
-    KernelSpec spec;
+    KernelDef def;
     const char *message;
 };
 
@@ -236,8 +235,8 @@ TEST(NodesKernel, BadKernelsFailWithTheirMessages)
         Harness h;
         Script script{IEEE8ByteReal, {{{1, 2, 3}, {{0, 2}}}}};
         funcnode *tree = node_test::make_source(h.pe, &script);
-        KernelSpec spec = row.spec;
-        kernel k = record_of(spec);
+        KernelDef def = row.def;
+        kernel k = record_of(def);
         EXPECT_FALSE(vln_pe::guarded(h.pe, [&] { setup_kernelnode(&tree, h.pe, nullptr, &k, 3); }));
         EXPECT_EQ(std::string(h.pe->error_text), std::string(row.message) + "\n");
     }
