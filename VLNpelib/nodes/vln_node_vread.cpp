@@ -15,6 +15,8 @@
  * The roots are read through the three *_read_lines calls, which take the
  * caller's arrays; their read hook does nothing, as nothing pulls a root.
  */
+#include <cstdio>
+
 #include "vln_nodes.h"
 
 namespace {
@@ -23,6 +25,7 @@ struct Root {
     vln_pe::NodeBase base;
     int32_t line;      // lines delivered so far
     int32_t nr_lines;  // OutputHeight
+    int32_t cell_size; // bytes of one cell of the caller's lines
     // The per-surface root: which caller's line each band is (2 * s pixels,
     // 2 * s + 1 heights), and a line of its own for a band the caller gives
     // no memory for.
@@ -32,6 +35,23 @@ struct Root {
 };
 
 void root_read(funcnode *) {}
+
+/* The caller's lines are sized by the layout; a tree whose top delivers wider
+ * cells would write past them. The one way this comes about is a surface of
+ * real-time shading, whose 16-bit directions only 24-bit colour and the
+ * buffer layouts can take. */
+void root_check_cells(funcnode *root)
+{
+    auto *p = vln_pe::priv<Root>(root);
+    const bufinfo *in = root->inputs[0].buffers;
+    if (in == nullptr || in->cell_size <= p->cell_size) return;
+    char text[160];
+    snprintf(text, sizeof text,
+             "Output cells of %d bytes don't fit pixels of %d: real-time shading needs 24-bit "
+             "colour or a buffer output",
+             static_cast<int>(in->cell_size), static_cast<int>(p->cell_size));
+    alg_error_fatal(p->base.pe, text);
+}
 
 bool is_dataset_layout(const pe_context *pe)
 {
@@ -70,7 +90,7 @@ void hand_over_lists(pe_context *pe, bufinfo *in, rlseg **rlsegs)
 
 namespace vln_pe {
 extern const NodeOps vread_ops;
-const NodeOps vread_ops = {nullptr, nullptr, nullptr, root_read, nullptr};
+const NodeOps vread_ops = {nullptr, root_check_cells, nullptr, root_read, nullptr};
 }  // namespace vln_pe
 
 void setup_vreadnode(funcnode **slot, pe_context *pe, int process_vectors, int which)
@@ -118,6 +138,7 @@ void setup_vreadnode(funcnode **slot, pe_context *pe, int process_vectors, int w
     setup_fninput(pe, &node->inputs[0], child, nr_buffers, alg->output_width, cell_type,
                   PE_ALLOC_RECORDS);
     p->nr_lines = alg->output_height;
+    p->cell_size = celltypesize(cell_type);
     if (type == FN_VREADTOMSRGBH) {
         p->nr_mapped = tomsrgbh_band_map(pe, nullptr);
         p->band_map = static_cast<int32_t *>(pe_malloc(pe, sizeof(int32_t) * (p->nr_mapped + 1)));
