@@ -100,8 +100,8 @@ void setup_transformnode(funcnode **slot, pe_context *pe, pe_stream *ps, transfo
 void setup_shadenode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
 void setup_rtsnode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
 void setup_rts16node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
-/* A stream's formula over its inputs; fails at the build until the formula
- * node exists, unless the formula is a plain input. */
+/* FN_FORMULA: a stream's formula over its inputs, one line of doubles; a
+ * formula of one plain input gets that input's chain instead. */
 void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, pe_stream *ps);
 
 /* ---------------------------------------------------------------- merges */
