@@ -8,6 +8,8 @@
 #include <atomic>
 #include <thread>
 
+#include <pthread.h>
+
 #include "capture.h"
 #include "vln_thread.h"
 #include "vln_vds.h"
@@ -365,6 +367,51 @@ TEST(VdsThreads, TwoHandlesReadOneDocumentAtOnce)
     one.join();
     two.join();
     EXPECT_EQ(differing.load(), 0);
+}
+
+/* Reads may run on threads with small stacks: a document three virtual
+ * datasets deep, over a three-layer mosaic, reads on a 512 KB stack the same
+ * bytes as on the main thread. */
+TEST(VdsThreads, NestedVirtualDatasetsReadOnASmallStack)
+{
+    ASSERT_EQ(vln_thread_init(), 1);
+    init_engine();
+    TempDir dir;
+    std::string a = eng::write_dataset(dir, "left", 30, 20, 2);
+    std::string b = eng::write_dataset(dir, "right", 30, 20, 1, 30, 0);
+    AlgDoc base{0, 0, 60, 20, 60, 20, false, IEEE4ByteReal,
+                {{a, 2, "first"}, {b, 1, "second"}, {a, 1, "third"}}};
+    std::ofstream(dir.file("level0.alg")) << eng::alg_text(base);
+    for (int level = 1; level <= 3; level++) {
+        AlgDoc over{0, 0, 60, 20, 60, 20, false, IEEE4ByteReal,
+                    {{dir.file("level" + std::to_string(level - 1) + ".alg"), 1, "via"}}};
+        std::ofstream(dir.file("level" + std::to_string(level) + ".alg")) << eng::alg_text(over);
+    }
+    const std::string path = dir.file("level3.alg");
+    const std::string on_main = read_document_bytes(path, 1, 60, 20);
+    ASSERT_EQ(on_main.size(), size_t{60} * 20 * sizeof(float)) << on_main.substr(0, 200);
+
+    std::string on_small;
+    pthread_attr_t attr;
+    ASSERT_EQ(pthread_attr_init(&attr), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attr, 512 * 1024), 0);
+    struct Job {
+        const std::string *path;
+        std::string *out;
+    } job{&path, &on_small};
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, &attr,
+                  [](void *arg) -> void * {
+                      auto *j = static_cast<Job *>(arg);
+                      *j->out = read_document_bytes(*j->path, 1, 60, 20);
+                      return nullptr;
+                  },
+                  &job),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+    EXPECT_EQ(on_small, on_main);
 }
 
 }  // namespace
