@@ -6,8 +6,8 @@
  *
  * Statistics are those stored in a region of the header (msstats). Derived
  * figures (standard deviations, correlations, determinants, eigenvalues and
- * eigenvectors) are worked out here from the stored covariance, restricted
- * to the bands asked for.
+ * eigenvectors) come from the stored covariance, restricted to the bands
+ * asked for, through the statistics and matrix routines.
  */
 #include <cmath>
 #include <cstdio>
@@ -20,6 +20,7 @@
 #include "vln_formula_node.h"
 #include "vln_matrix.h"
 #include "vln_path.h"
+#include "vln_stats.h"
 
 namespace {
 
@@ -28,13 +29,9 @@ struct HeaderFree {
 };
 using HeaderPtr = std::unique_ptr<dshdr, HeaderFree>;
 
-/* Entry (i, j) of the correlation of an n by n covariance. */
-void correlation_matrix(double *result, const double *covariance, int n)
+void safe_free_double(double *p)
 {
-    for (int i = 0; i < n; i++)
-        for (int j = 0; j < n; j++)
-            result[i * n + j] =
-                covariance[i * n + j] / std::sqrt(covariance[i * n + i] * covariance[j * n + j]);
+    safe_free(p);
 }
 
 /* The region name that `spec` stands for, or null. */
@@ -209,7 +206,7 @@ class Resolver {
         const bool corr = dc.dc_type == DC_CORR || dc.dc_type == DC_CORR_EVAL ||
                           dc.dc_type == DC_PC_CORR || dc.dc_type == DC_DETCORR ||
                           dc.dc_type == DC_INVPC_CORR;
-        if (corr) correlation_matrix(matrix.data(), s->covariance, nb);
+        if (corr) setup_correlation_matrix(matrix.data(), s->covariance, nb);
         if (dc.dc_type == DC_COVAR || dc.dc_type == DC_CORR) {
             if (dc.nth < 1 || dc.nth > nb) fail("Bad component number");
             return matrix[static_cast<size_t>(band) * nb + dc.nth - 1];
@@ -223,12 +220,11 @@ class Resolver {
         for (int k = 0; k < count; k++)
             if (list[k] == band) position = k;
         if (position < 0) fail("Desired band not in band list");
-        std::vector<double> sub(static_cast<size_t>(count) * count), values(count),
-            vectors(static_cast<size_t>(count) * count);
-        for (int i = 0; i < count; i++)
-            for (int j = 0; j < count; j++) sub[i * count + j] = matrix[list[i] * nb + list[j]];
-        if (eigenrs(sub.data(), count, values.data(), vectors.data()) != 0)
-            fail("Cannot calculate eigenvectors");
+        double *values = nullptr, *vectors = nullptr;
+        if (calc_evec(&values, &vectors, count, list.data(), matrix.data(), nb) != 0)
+            fail(VLD_error_text() != nullptr ? VLD_error_text() : "Cannot calculate eigenvectors");
+        std::unique_ptr<double, decltype(&safe_free_double)> keep_values(values, safe_free_double),
+            keep_vectors(vectors, safe_free_double);
         switch (dc.dc_type) {
             case DC_COV_EVAL:
             case DC_CORR_EVAL:
