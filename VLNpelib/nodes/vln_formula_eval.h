@@ -30,6 +30,7 @@
 namespace vln_formula {
 
 enum OpCode : int32_t {
+    OP_LOAD, /* dst = the cells of its typed line, as doubles (an input) */
     OP_COPY,
     /* binary arithmetic and comparison: dst = a op b */
     OP_ADD_,
@@ -104,10 +105,13 @@ enum RegKind : uint8_t {
 
 struct Program {
     int32_t nr_regs;
-    double **values; /* per register: a line of nr_cells */
-    uint8_t **nulls; /* per register: null flags, or null when it is never null */
-    uint8_t *kinds;  /* RegKind */
-    double *consts;  /* per register: the value of a REG_CONST */
+    double **values;     /* per register: a line of nr_cells */
+    uint8_t **nulls;     /* per register: null flags, or null when it is never null */
+    uint8_t *kinds;      /* RegKind */
+    double *consts;      /* per register: the value of a REG_CONST */
+    const void **typed;  /* per input register: its line in another cell type, or null */
+    int32_t *typed_type; /* the cell type of that line */
+    double **own;        /* per input register: a line of doubles for a typed line */
     int32_t nr_ops;
     Op *ops;
     int32_t *args; /* argument lists of user calls and distances */
@@ -159,11 +163,22 @@ class Builder {
     std::vector<MahalCall> mahals_;
 };
 
-/* Gives input register `reg` its line and its null flags (null: never
- * null) for the next run. */
+/* Gives input register `reg` its line of doubles and its null flags (null:
+ * never null) for the next run. */
 inline void set_input(Program *p, int reg, double *values, uint8_t *nulls)
 {
     p->values[reg] = values;
+    p->typed[reg] = nullptr;
+    p->nulls[reg] = nulls;
+}
+
+/* The same for a line of another cell type, which the run converts block by
+ * block as it goes. */
+inline void set_typed_input(Program *p, int reg, const void *line, int cell_type, uint8_t *nulls)
+{
+    p->values[reg] = p->own[reg];
+    p->typed[reg] = line;
+    p->typed_type[reg] = cell_type;
     p->nulls[reg] = nulls;
 }
 
@@ -171,11 +186,17 @@ inline void set_input(Program *p, int reg, double *values, uint8_t *nulls)
  * and, where the program can be null, its flags into `out_nulls` (1: null). */
 void run(Program *p, const rlseg *runs, double *out, uint8_t *out_nulls);
 
-/* The quotient of the formula language: never an error nor an infinity. */
+/* The quotient of the formula language: never an error nor an infinity. A
+ * zero divisor gives 0.0, or the largest double of the dividend's sign. The
+ * division itself is unconditional (by 1.0 in place of 0.0) and the rest
+ * are selections, so that a loop of these vectorises. */
 inline double divide(double l, double r)
 {
-    const double zero = l > 0 ? 1.7976931348623157e308 : (l < 0 ? -1.7976931348623157e308 : 0.0);
-    return r != 0.0 ? l / (r != 0.0 ? r : 1.0) : zero;
+    constexpr double largest = 1.7976931348623157e308;
+    const double divisor = r != 0.0 ? r : 1.0;
+    const double quotient = l / divisor;
+    const double by_zero = l > 0 ? largest : (l < 0 ? -largest : 0.0);
+    return r != 0.0 ? quotient : by_zero;
 }
 
 }  // namespace vln_formula

@@ -34,8 +34,7 @@ struct Source {
     int kind;          // 1 input, 2 INREGION, 3 CELLX, 4 CELLY, 5 PIXELX, 6 PIXELY
     int input_number;  // for kind 1
     regioninfo *region;
-    int reg;       // its register
-    double *conv;  // the line as doubles, when it comes in another type
+    int reg;  // its register
     uint8_t *nulls;
 };
 
@@ -209,7 +208,7 @@ class Converter {
             if (s.kind == kind && s.input_number == input_number && s.region == region)
                 return s.reg;
         const int reg = b_.input(kind == 1);
-        sources_.push_back({kind, input_number, region, reg, nullptr, nullptr});
+        sources_.push_back({kind, input_number, region, reg, nullptr});
         return reg;
     }
 
@@ -418,8 +417,6 @@ void init(funcnode *node)
     const int64_t width = node->output->nr_cells > 0 ? node->output->nr_cells : 1;
     for (int i = 0; i < p->nr_sources; i++) {
         Source &s = p->sources[i];
-        if (node->inputs[i].buffers->cell_type != IEEE8ByteReal)
-            s.conv = static_cast<double *>(pe_malloc_raw(pe, width * sizeof(double)));
         if (p->process_nulls && s.kind == 1) s.nulls = static_cast<uint8_t *>(pe_malloc(pe, width));
     }
     if (p->process_nulls) p->result_nulls = static_cast<uint8_t *>(pe_malloc(pe, width));
@@ -482,15 +479,15 @@ void read(funcnode *node)
         }
     }
 
+    // Lines of other types are converted by the run, a block at a time.
     for (int i = 0; i < p->nr_sources; i++) {
         const bufinfo *in = node->inputs[i].buffers;
-        Source &s = p->sources[i];
-        double *values = static_cast<double *>(in->buffers[0]->data);
-        if (s.conv != nullptr) {
-            vln_pe::convtype(in->cell_type, in->buffers[0]->data, IEEE8ByteReal, s.conv, runs);
-            values = s.conv;
-        }
-        fe::set_input(p->program, s.reg, values, s.nulls);
+        const Source &s = p->sources[i];
+        void *data = in->buffers[0]->data;
+        if (in->cell_type == IEEE8ByteReal)
+            fe::set_input(p->program, s.reg, static_cast<double *>(data), s.nulls);
+        else
+            fe::set_typed_input(p->program, s.reg, data, in->cell_type, s.nulls);
     }
 
     auto *cells = static_cast<double *>(line->data);
