@@ -537,7 +537,6 @@ void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *, pe_str
     auto *p = vln_pe::new_private_node<Formula>(pe, FN_FORMULA, n, &node);
     p->stream = ps;
     p->process_nulls = process_nulls;
-    p->user_functions = conv.take_user_functions();
     p->nr_sources = n;
     p->sources = static_cast<Source *>(pe_malloc(pe, (n > 0 ? n : 1) * sizeof(Source)));
     for (int i = 0; i < n; i++) {
@@ -547,5 +546,8 @@ void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *, pe_str
         setup_fninput(pe, &node->inputs[i], child, 1, ps->proc_cells, 0, PE_ALLOC_LINES);
     }
     p->program = conv.builder().finish(pe, result, ps->proc_cells);
+    // The libraries are the node's to close from here on; a failure before
+    // this closes them with the converter.
+    p->user_functions = conv.take_user_functions();
     *slot = node;
 }
