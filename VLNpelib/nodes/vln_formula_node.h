@@ -56,4 +56,13 @@ double call_user_function(void *function, const double *args, int nr_args);
 /* Calls each finish entry and closes the libraries. */
 void close_user_functions(UserFunction *list);
 
+/* ---------------------------------------------------------------- the report */
+
+/* What the open of `pe` processed, as two texts of as many lines, labels and
+ * values: the part of each dataset read, the cells of each class of a
+ * classification, and the time between the start and end given. Both texts
+ * are new (free with safe_free). Returns 0. */
+int get_procinfo(char **labels, char **values, pe_context *pe, long start_seconds, long end_seconds,
+                 long start_microseconds, long end_microseconds);
+
 #endif

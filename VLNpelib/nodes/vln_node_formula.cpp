@@ -296,7 +296,10 @@ class Converter {
             case DC_NRPIXCOLS:
                 return pe_->nr_cells;
             default:
-                return get_dataset_constant(pe_, n, dsh_, ps_, loop);
+                // The stream's own header, as the file describes it; the
+                // engine's copy may be regridded into the image's space.
+                return get_dataset_constant(
+                    pe_, n, ps_->stream->dshdr != nullptr ? ps_->stream->dshdr : dsh_, ps_, loop);
         }
     }
 

@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "formula_fixture.h"
+#include "vln_formula_node.h"
 
 extern std::atomic<long> g_mallocs;  // counted by the engine read suite's wrappers
 
@@ -284,6 +285,25 @@ TEST(FormulaNode, SharesOneReadPerBandAndAllocatesNothingOnceRunning)
     // One dataset, read once per line however often the formula names a band.
     ASSERT_NE(run.pe->dsinputs, nullptr);
     EXPECT_EQ(run.pe->dsinputs->nr_file_reads, 40);
+}
+
+TEST(FormulaNode, ReportsTheDatasetsReadAndTheTime)
+{
+    eng::TempDir dir;
+    auto fn = [](int b, int l, int x) { return band_value(b, l, x); };
+    const std::string ds = frm::write_dataset(dir, "two", 8, 4, 2, fn);
+    StreamDoc s;
+    s.formula = "I1 + I2";
+    s.bands = {1, 2};
+    FormulaRun run(dir, ds, 8, 4, s);
+    ASSERT_EQ(run.status, 0) << run.error();
+    char *labels = nullptr, *values = nullptr;
+    ASSERT_EQ(get_procinfo(&labels, &values, run.pe, 100, 165, 250000, 750000), 0);
+    EXPECT_EQ(std::string(labels),
+              "DATASETS PROCESSED:\n" + dir.file("two.vld") + ":\n\nTIME TO PROCESS:\n");
+    EXPECT_EQ(std::string(values), "\n100.00% of rows 0-3\n100.00% of columns 0-7\n00:01:05.50\n");
+    safe_free(labels);
+    safe_free(values);
 }
 
 }  // namespace
