@@ -194,13 +194,29 @@ void values_of(Program *p, const Op &op, int s, int e)
         }
         case OP_NULLS:
             break;
+        case OP_MASK_NONNULL:
+        case OP_MASK_TRUE:
+        case OP_MASK_FALSE: {
+            uint8_t *m = p->nulls[op.dst];
+            const uint8_t *parent = op.a >= 0 ? p->nulls[op.a] : nullptr;
+            const uint8_t *bn = p->nulls[op.b];
+            const double *bv = p->values[op.b];
+            for (int i = s; i < e; i++) {
+                bool on = (parent == nullptr || parent[i]) && (bn == nullptr || !bn[i]);
+                if (op.code == OP_MASK_TRUE) on = on && bv[i] != 0.0;
+                if (op.code == OP_MASK_FALSE) on = on && bv[i] == 0.0;
+                m[i] = on ? 1 : 0;
+            }
+            break;
+        }
         case OP_USER: {
             const UserCall &call = p->calls[op.extra];
             const uint8_t *dn = p->nulls[op.dst];
+            const uint8_t *mask = op.b >= 0 ? p->nulls[op.b] : nullptr;
             double args[64];
             const int n = std::min(call.nr_args, 64);
             for (int i = s; i < e; i++) {
-                if (dn != nullptr && dn[i]) continue;
+                if ((dn != nullptr && dn[i]) || (mask != nullptr && !mask[i])) continue;
                 for (int k = 0; k < n; k++) args[k] = p->values[p->args[call.first_arg + k]][i];
                 d[i] = call.call(call.context, args, call.nr_args);
             }
@@ -346,7 +362,15 @@ int Builder::join_nulls(int reg, int extra)
     return reg;
 }
 
-int Builder::user(const std::vector<int> &args, void *context,
+int Builder::mask(int code, int parent, int reg)
+{
+    if (code == OP_MASK_NONNULL && !may_be_null(reg)) return parent;
+    const int dst = add(REG_MASK, false);
+    ops_.push_back({code, dst, parent, reg, -1, 0});
+    return dst;
+}
+
+int Builder::user(const std::vector<int> &args, int mask, void *context,
                   double (*call)(void *context, const double *args, int nr_args))
 {
     bool nullable = false;
@@ -355,7 +379,7 @@ int Builder::user(const std::vector<int> &args, void *context,
     const int first = static_cast<int>(args_.size());
     args_.insert(args_.end(), args.begin(), args.end());
     calls_.push_back({first, static_cast<int32_t>(args.size()), context, call});
-    ops_.push_back({OP_USER, dst, -1, -1, -1, static_cast<int32_t>(calls_.size()) - 1});
+    ops_.push_back({OP_USER, dst, -1, mask, -1, static_cast<int32_t>(calls_.size()) - 1});
     return dst;
 }
 
@@ -421,7 +445,7 @@ Program *Builder::finish(pe_context *pe, int result, int nr_cells) const
             }
             p->nulls[r] = all_null;
             std::memset(p->values[r], 0, static_cast<size_t>(width) * sizeof(double));
-        } else if (reg.kind == REG_TEMP && reg.nullable) {
+        } else if ((reg.kind == REG_TEMP && reg.nullable) || reg.kind == REG_MASK) {
             p->nulls[r] = static_cast<uint8_t *>(pe_malloc(pe, width));
         }
     }
@@ -462,7 +486,8 @@ void run(Program *p, const rlseg *runs, double *out, uint8_t *out_nulls)
             const int e = std::min(s + BLOCK, last + 1);
             for (int k = 0; k < p->nr_ops; k++) {
                 const Op &op = p->ops[k];
-                if (p->nulls[op.dst] != nullptr && op.code != OP_LOAD) nulls_of(p, op, s, e);
+                if (p->nulls[op.dst] != nullptr && p->kinds[op.dst] == REG_TEMP)
+                    nulls_of(p, op, s, e);
                 values_of(p, op, s, e);
             }
             if (!direct) std::memcpy(out + s, p->values[result] + s, sizeof(double) * (e - s));

@@ -13,8 +13,11 @@
  * of the cell-by-cell interpreter (a null condition makes the IF null, a
  * non-zero left side of OR hides a null right side, and so on). Arithmetic
  * has no side effects, so the values are those of the interpreter. Only user
- * functions are called cell by cell, and only at cells whose arguments are
- * not null.
+ * functions are called cell by cell, and only where the interpreter would
+ * call them: masks, made only for the parts of a formula that hold a user
+ * function, say which cells reach each part (the taken branch of an IF, the
+ * right side of an operator whose left side isn't null, or of an OR whose
+ * left side is 0, an argument whose elder arguments aren't null).
  *
  * Registers and operations are added by a Builder (setup time, heap), which
  * then lays the program down in the handle's pool.
@@ -69,8 +72,14 @@ enum OpCode : int32_t {
     OP_IF_,     /* dst = a ? b : c, with the null rule of IF */
     OP_ISNULL_, /* dst = a is null */
     OP_NULLS,   /* dst's null flags take those of a as well */
-    OP_USER,    /* a call of user code; `extra` is the call */
-    OP_MAHAL_,  /* squared distance; `extra` is the record */
+    OP_USER,    /* a call of user code; `extra` is the call, `b` its mask or -1 */
+    /* masks of the cells where a part of the formula is reached: dst = a
+     * (the enclosing mask, or -1 for all) and b not null, and for TRUE and
+     * FALSE also b non-zero or zero */
+    OP_MASK_NONNULL,
+    OP_MASK_TRUE,
+    OP_MASK_FALSE,
+    OP_MAHAL_, /* squared distance; `extra` is the record */
 };
 
 struct Op {
@@ -101,6 +110,7 @@ enum RegKind : uint8_t {
     REG_CONST, /* a value fixed at setup */
     REG_INPUT, /* a line given before each run */
     REG_NULL,  /* always null */
+    REG_MASK,  /* a mask of cells: a byte line, in `nulls` */
 };
 
 struct Program {
@@ -136,8 +146,13 @@ class Builder {
     /* The nulls of `extra` joined into those of `reg` (arguments that a
      * function doesn't use still make it null). */
     int join_nulls(int reg, int extra);
-    int user(const std::vector<int> &args, void *context,
+    /* A call at the cells of `mask` (-1: every cell) where no argument is null. */
+    int user(const std::vector<int> &args, int mask, void *context,
              double (*call)(void *context, const double *args, int nr_args));
+    /* The mask of the cells of `parent` (-1: all) where `reg` isn't null, and
+     * for OP_MASK_TRUE and OP_MASK_FALSE where it is non-zero or zero; -1
+     * when that is every cell of the parent. */
+    int mask(int code, int parent, int reg);
     int mahal(const std::vector<int> &args, const double *mean, const double *inverse);
 
     bool may_be_null(int reg) const { return regs_[reg].nullable; }

@@ -118,39 +118,49 @@ class Converter {
     {
     }
 
-    /* The register of the formula's value; the tree is walked without
-     * recursion, as a formula may be thousands of terms deep. */
+    /* The register of the formula's value. The tree is walked without
+     * recursion, as a formula may be thousands of terms deep; children are
+     * taken one at a time, so that the mask of the cells that reach a child
+     * can depend on its elder siblings. */
     int convert(ExprNode *root)
     {
+        walk_formula(root, note_user_function, &has_user_);
         struct Item {
             ExprNode *node;
             int loop;
-            int nr_children;
-            bool expanded;
+            int guard;        // the mask of cells that reach the node; -1: all
+            int next, count;  // children taken, and their number
+            size_t kids, base;
+            int last_guard;  // the mask of the child taken last
         };
-        std::vector<Item> stack{{root, 0, 0, false}};
+        std::vector<Item> stack;
+        std::vector<std::pair<ExprNode *, int>> kids;
         std::vector<int> results;
-        std::vector<std::pair<ExprNode *, int>> children;
+        auto push = [&](ExprNode *n, int loop, int guard) {
+            Item item{n, loop, guard, 0, 0, kids.size(), results.size(), guard};
+            children_of(n, loop, kids);
+            item.count = static_cast<int>(kids.size() - item.kids);
+            stack.push_back(item);
+        };
+        push(root, 0, -1);
         while (!stack.empty()) {
-            Item item = stack.back();
-            if (!item.expanded) {
-                children.clear();
-                children_of(item.node, item.loop, children);
-                stack.back().expanded = true;
-                stack.back().nr_children = static_cast<int>(children.size());
-                if (children.empty()) {
-                    results.push_back(leaf(item.node, item.loop));
-                    stack.pop_back();
-                    continue;
-                }
-                for (auto c = children.rbegin(); c != children.rend(); ++c)
-                    stack.push_back({c->first, c->second, 0, false});
+            Item &item = stack.back();
+            if (item.next < item.count) {
+                const int k = item.next++;
+                const int guard = has_user_ ? child_guard(item, k, results) : -1;
+                item.last_guard = guard;
+                const auto kid = kids[item.kids + static_cast<size_t>(k)];
+                push(kid.first, kid.second, guard);
                 continue;
             }
-            std::vector<int> args(results.end() - item.nr_children, results.end());
-            results.resize(results.size() - static_cast<size_t>(item.nr_children));
-            results.push_back(combine(item.node, item.loop, args));
+            const Item done = item;
+            std::vector<int> args(results.begin() + static_cast<std::ptrdiff_t>(done.base),
+                                  results.end());
+            results.resize(done.base);
+            kids.resize(done.kids);
             stack.pop_back();
+            results.push_back(done.count == 0 ? leaf(done.node, done.loop, done.guard)
+                                              : combine(done.node, done.loop, args, done.guard));
         }
         return results.back();
     }
@@ -170,6 +180,36 @@ class Converter {
     }
 
    private:
+    static void note_user_function(ExprNode *n, void *flag)
+    {
+        if (n->kind == EXPR_FUNC && n->u.func.ff_type == FF_USER) *static_cast<bool *>(flag) = true;
+    }
+
+    /* The mask of the cells that reach child k of a node: the taken branch
+     * of an IF, the right side of an operator where the left isn't null (and
+     * of OR where it is 0), an argument or SIGMA term where the ones before
+     * it aren't null. */
+    template <class Item>
+    int child_guard(const Item &item, int k, const std::vector<int> &results)
+    {
+        if (k == 0) return item.guard;
+        const int first = results[item.base];
+        const int previous = results[item.base + static_cast<size_t>(k) - 1];
+        switch (item.node->kind) {
+            case EXPR_IF:
+                return b_.mask(k == 1 ? fe::OP_MASK_TRUE : fe::OP_MASK_FALSE, item.guard, first);
+            case EXPR_OP:
+                return b_.mask(
+                    item.node->u.op.op_type == OP_OR ? fe::OP_MASK_FALSE : fe::OP_MASK_NONNULL,
+                    item.guard, first);
+            case EXPR_FUNC:
+            case EXPR_SIGMA:
+                return b_.mask(fe::OP_MASK_NONNULL, item.last_guard, previous);
+            default:
+                return item.guard;
+        }
+    }
+
     void children_of(ExprNode *n, int loop, std::vector<std::pair<ExprNode *, int>> &out)
     {
         switch (n->kind) {
@@ -235,7 +275,7 @@ class Converter {
         return source(2, 0, region);
     }
 
-    int leaf(ExprNode *n, int loop)
+    int leaf(ExprNode *n, int loop, int guard)
     {
         switch (n->kind) {
             case EXPR_INPUT: {
@@ -277,7 +317,7 @@ class Converter {
                 alg_error_fatal(pe_,
                                 "Dynamic Compiler must be turned on to use USERSTATS in formula");
             case EXPR_FUNC:  // a function without arguments
-                return combine(n, loop, {});
+                return combine(n, loop, {}, guard);
             default:
                 alg_error_vprintf(pe_, "Internal PE error: File = %s, line = %d", __FILE__,
                                   __LINE__);
@@ -303,7 +343,7 @@ class Converter {
         }
     }
 
-    int combine(ExprNode *n, int loop, const std::vector<int> &args)
+    int combine(ExprNode *n, int loop, const std::vector<int> &args, int guard)
     {
         switch (n->kind) {
             case EXPR_OP: {
@@ -326,7 +366,7 @@ class Converter {
             case EXPR_MAHAL:
                 return mahal(n, loop, args);
             case EXPR_FUNC:
-                return n->u.func.ff_type == FF_USER ? user(n, args) : builtin(n, args);
+                return n->u.func.ff_type == FF_USER ? user(n, args, guard) : builtin(n, args);
             default:
                 alg_error_vprintf(pe_, "Internal PE error: File = %s, line = %d", __FILE__,
                                   __LINE__);
@@ -353,7 +393,7 @@ class Converter {
         return reg;
     }
 
-    int user(ExprNode *n, const std::vector<int> &args)
+    int user(ExprNode *n, const std::vector<int> &args, int guard)
     {
         if (args.size() > 20)
             alg_error_fatal(pe_,
@@ -362,7 +402,7 @@ class Converter {
         UserFunction *uf = load_user_function(pe_, ps_, n->u.func.name, ++nr_users_);
         uf->next = users_;
         users_ = uf;
-        return b_.user(args, uf, call_user_function);
+        return b_.user(args, guard, uf, call_user_function);
     }
 
     int mahal(ExprNode *n, int loop, const std::vector<int> &args)
@@ -384,6 +424,7 @@ class Converter {
     std::vector<Source> sources_;
     UserFunction *users_ = nullptr;
     int nr_users_ = 0;
+    bool has_user_ = false;  // masks are made only for formulas with user functions
 };
 
 /* The stream input that formula input `number` reads. */

@@ -18,7 +18,7 @@ constexpr int LINES = 6;
 uint16_t band_value(int band, int line, int cell)
 {
     return band == 0 ? static_cast<uint16_t>((cell * 3 + line * 5) % 17 + 5)
-                     : static_cast<uint16_t>((cell * 7 + line) % 11 + 1);
+                     : static_cast<uint16_t>((cell * 7 + line) % 11);
 }
 
 /* Statistics of two bands: means, covariance and the rest. */
@@ -166,7 +166,7 @@ const CellCase cell_cases[] = {
     // The init entry keeps 100 plus the first cell's I1 (5).
     {"offsetsum(I1, I2)", false, [](int, int, Opt a, Opt b) -> Opt { return *a + *b + 105; }},
     {"offsetsum(I1, I2) + offsetsum(I2, I1)", false,
-     [](int, int, Opt a, Opt b) -> Opt { return 2 * (*a + *b) + 105 + 101; }},
+     [](int, int, Opt a, Opt b) -> Opt { return 2 * (*a + *b) + 105 + 100; }},
 };
 
 class FormulaCells : public FormulaRefs, public ::testing::WithParamInterface<CellCase> {
@@ -198,6 +198,60 @@ TEST_P(FormulaCells, MatchCellByCellValues)
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, FormulaCells, ::testing::ValuesIn(cell_cases));
+
+/* A user function is called where the cell-by-cell interpreter would call
+ * it, in cell order: in the taken branch of an IF, on the right of an OR
+ * whose left side is 0, as an argument whose elder arguments aren't null. */
+struct CountCase {
+    const char *formula;
+    bool nulls;
+    // The expected value, given the calls so far, which it may add to.
+    std::function<Opt(Opt a, Opt b, long &calls)> expected;
+};
+
+const CountCase count_cases[] = {
+    {"IF I1 > 12 THEN callcount(I1) ELSE -1", false,
+     [](Opt a, Opt, long &calls) -> Opt { return *a > 12 ? Opt(++calls) : Opt(-1.0); }},
+    {"IF I1 > 12 OR callcount(I1) > 5 THEN 1 ELSE 0", false,
+     [](Opt a, Opt, long &calls) -> Opt { return *a > 12 || ++calls > 5 ? 1.0 : 0.0; }},
+    {"MIN(I2, callcount(I1)) + I1 * 0", true,
+     [](Opt a, Opt b, long &calls) -> Opt {
+         if (!b) return std::nullopt;
+         return std::min(*b, static_cast<double>(++calls)) + *a * 0;
+     }},
+    {"IF ISNULL(I2) THEN 0 ELSE I2 * 0 + callcount(I1)", true,
+     [](Opt, Opt b, long &calls) -> Opt { return b ? Opt(++calls) : Opt(0.0); }},
+};
+
+class FormulaUserCalls : public FormulaRefs, public ::testing::WithParamInterface<CountCase> {
+   protected:
+    void SetUp() override
+    {
+        nulls_ = GetParam().nulls;
+        FormulaRefs::SetUp();
+    }
+};
+
+TEST_P(FormulaUserCalls, HappenWhereTheInterpreterMakesThem)
+{
+    const CountCase &c = GetParam();
+    FormulaRun run(dir_, dataset_, CELLS, LINES, doc(c.formula));
+    ASSERT_EQ(run.status, 0) << c.formula << ": " << run.error();
+    long calls = 0;
+    for (int y = 0; y < LINES; y++)
+        for (int x = 0; x < CELLS; x++) {
+            Opt a = band_value(0, y, x), b = band_value(1, y, x);
+            if (c.nulls && *b == 0) b.reset();
+            const Opt want = c.expected(a, b, calls);
+            ASSERT_EQ(run.lines[y].null[x], !want.has_value())
+                << c.formula << " at " << x << ", " << y;
+            if (want) {
+                ASSERT_EQ(run.lines[y].values[x], *want) << c.formula << " at " << x << ", " << y;
+            }
+        }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, FormulaUserCalls, ::testing::ValuesIn(count_cases));
 
 /* ---------------------------------------------------------------- failures */
 
