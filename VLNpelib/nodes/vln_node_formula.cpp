@@ -51,42 +51,14 @@ struct Formula {
 
 /* ---------------------------------------------------------------- conversion */
 
+/* The evaluator's operation of an operator of the language; -1 for none. */
 int op_code(int op_type)
 {
-    switch (op_type) {
-        case OP_MULTIPLY:
-            return fe::OP_MUL_;
-        case OP_DIVIDE:
-            return fe::OP_DIV_;
-        case OP_ADD:
-            return fe::OP_ADD_;
-        case OP_SUBTRACT:
-            return fe::OP_SUB_;
-        case OP_NEGATE:
-            return fe::OP_NEG_;
-        case OP_REMAINDER:
-            return fe::OP_MOD_;
-        case OP_EQ:
-            return fe::OP_EQ_;
-        case OP_NE:
-            return fe::OP_NE_;
-        case OP_GT:
-            return fe::OP_GT_;
-        case OP_GE:
-            return fe::OP_GE_;
-        case OP_LT:
-            return fe::OP_LT_;
-        case OP_LE:
-            return fe::OP_LE_;
-        case OP_AND:
-            return fe::OP_AND_;
-        case OP_OR:
-            return fe::OP_OR_;
-        case OP_NOT:
-            return fe::OP_NOT_;
-        default:
-            return -1;
-    }
+    static constexpr int table[NR_OPTYPES + 1] = {
+        -1,          fe::OP_MUL_, fe::OP_DIV_, fe::OP_ADD_, fe::OP_SUB_, fe::OP_NEG_,
+        fe::OP_MOD_, fe::OP_EQ_,  fe::OP_NE_,  fe::OP_GT_,  fe::OP_GE_,  fe::OP_LT_,
+        fe::OP_LE_,  fe::OP_AND_, fe::OP_OR_,  fe::OP_NOT_};
+    return op_type >= 1 && op_type <= NR_OPTYPES ? table[op_type] : -1;
 }
 
 /* The evaluator's operation of a built-in function, and the arguments it reads. */
