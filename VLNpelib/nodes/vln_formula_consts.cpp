@@ -34,13 +34,13 @@ void safe_free_double(double *p)
     safe_free(p);
 }
 
-/* The region name that `spec` stands for, or null. */
-const char *region_name(const formula *f, const NameOrNumber *spec)
+/* The region name that `ref` stands for, or null. */
+const char *region_name(const formula *f, const NameOrNumber *ref)
 {
-    if (spec == nullptr) return "All";
-    if (spec->type == NN_NAME) return spec->name;
+    if (ref == nullptr) return "All";
+    if (ref->type == NN_NAME) return ref->name;
     for (int i = 0; f != nullptr && i < f->nr_region_args; i++)
-        if (f->region_args[i].region_number == spec->number) return f->region_args[i].region_name;
+        if (f->region_args[i].region_number == ref->number) return f->region_args[i].region_name;
     return nullptr;
 }
 
@@ -92,17 +92,17 @@ class Resolver {
    private:
     dshdr *dataset()
     {
-        const NameOrNumber *spec = node_->u.dsconst.dataset;
+        const NameOrNumber *ref = node_->u.dsconst.dataset;
         dshdr *ds = own_;
-        if (spec != nullptr) {
+        if (ref != nullptr) {
             std::string name;
-            if (spec->type == NN_NAME) {
-                name = spec->name != nullptr ? spec->name : "";
+            if (ref->type == NN_NAME) {
+                name = ref->name != nullptr ? ref->name : "";
             } else {
                 bool found = false;
                 for (int i = 0; f_ != nullptr && i < f_->nr_dataset_args; i++) {
                     const dsarg &a = f_->dataset_args[i];
-                    if (a.dataset_number != spec->number) continue;
+                    if (a.dataset_number != ref->number) continue;
                     if (a.dataset_directory != nullptr && *a.dataset_directory != '\0')
                         name = std::string(a.dataset_directory) + "/";
                     name += a.dataset_name != nullptr ? a.dataset_name : "";
@@ -126,7 +126,7 @@ class Resolver {
         return ds;
     }
 
-    /* The 0-based band of a spec of the constant's dataset; -1 when none. */
+    /* The 0-based band of a ref of the constant's dataset; -1 when none. */
     int band_of(const BandSpec *b) const
     {
         if (b == nullptr) return 0;
@@ -257,10 +257,10 @@ class Resolver {
         for (const BandSpec *b = head; b != nullptr; b = b->next) {
             const int index = band_of(b);
             if (index < 0 || index >= nr_bands) {
-                char spec[512];
-                bandspec_to_output_string(spec, const_cast<BandSpec *>(b));
+                char ref[512];
+                bandspec_to_output_string(ref, const_cast<BandSpec *>(b));
                 char reason[600];
-                std::snprintf(reason, sizeof reason, "Cannot find %s", spec);
+                std::snprintf(reason, sizeof reason, "Cannot find %s", ref);
                 fail(reason);
             }
             list.push_back(index);
@@ -288,10 +288,10 @@ double get_dataset_constant(pe_context *pe, ExprNode *dsconst, dshdr *dsh, pe_st
     return resolver.value();
 }
 
-regioninfo *find_region(const formula *f, const dshdr *dsh, const NameOrNumber *spec)
+regioninfo *find_region(const formula *f, const dshdr *dsh, const NameOrNumber *ref)
 {
     if (dsh == nullptr || dsh->data_type != DT_Raster) return nullptr;
-    const char *name = region_name(f, spec);
+    const char *name = region_name(f, ref);
     if (name == nullptr) return nullptr;
     for (regioninfo *r = dsh->info.r.regions; r != nullptr; r = r->next)
         if (r->name != nullptr && VLD_strcasecmp(r->name, name) == 0) return r;
@@ -311,15 +311,15 @@ int find_bindex_from_inum(int input_number, const pe_stream *ps)
     return band != nullptr && *band != '\0' ? std::atoi(band) - 1 : -1;
 }
 
-void setup_mahal_stats(pe_context *pe, pe_stream *ps, dshdr *dsh, const NameOrNumber *spec,
+void setup_mahal_stats(pe_context *pe, pe_stream *ps, dshdr *dsh, const NameOrNumber *ref,
                        const int *inputs, int nr_inputs, double **mean, double **inverse)
 {
     const formula *f = &ps->stream->formula;
-    regioninfo *region = find_region(f, dsh, spec);
+    regioninfo *region = find_region(f, dsh, ref);
     if (region == nullptr) {
-        if (spec->type == NN_NUMBER)
-            alg_error_vprintf(pe, "Could not find region R%d.", spec->number);
-        alg_error_vprintf(pe, "Could not find region %s.", spec->name != nullptr ? spec->name : "");
+        if (ref->type == NN_NUMBER)
+            alg_error_vprintf(pe, "Could not find region R%d.", ref->number);
+        alg_error_vprintf(pe, "Could not find region %s.", ref->name != nullptr ? ref->name : "");
     }
     const char *name = region->name != nullptr ? region->name : "???";
     const msstats *s = region->stats;

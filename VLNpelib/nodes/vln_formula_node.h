@@ -20,9 +20,9 @@
  * ends the setup with "Dataset constant error: ...". */
 double get_dataset_constant(pe_context *pe, ExprNode *dsconst, dshdr *dsh, pe_stream *ps,
                             int loop_input);
-/* The region that `spec` names, through the formula's region arguments for
+/* The region that `ref` names, through the formula's region arguments for
  * a number; null when there is none or `dsh` isn't a raster. */
-regioninfo *find_region(const formula *f, const dshdr *dsh, const NameOrNumber *spec);
+regioninfo *find_region(const formula *f, const dshdr *dsh, const NameOrNumber *ref);
 /* The 0-based band of formula input `input_number`; -1 when out of range. */
 int find_bindex_from_inum(int input_number, const pe_stream *ps);
 

@@ -231,13 +231,13 @@ class Converter {
 
     int region_source(ExprNode *n)
     {
-        const NameOrNumber &spec = n->u.inregion.region;
-        regioninfo *region = find_region(f_, dsh_, &spec);
+        const NameOrNumber &ref = n->u.inregion.region;
+        regioninfo *region = find_region(f_, dsh_, &ref);
         if (region == nullptr) {
-            if (spec.type == NN_NUMBER)
-                alg_error_vprintf(pe_, "Could not find region R%d.", spec.number);
+            if (ref.type == NN_NUMBER)
+                alg_error_vprintf(pe_, "Could not find region R%d.", ref.number);
             alg_error_vprintf(pe_, "Could not find region %s.",
-                              spec.name != nullptr ? spec.name : "");
+                              ref.name != nullptr ? ref.name : "");
         }
         if (region->type == REGION_CLASS)
             alg_error_fatal(pe_,
