@@ -218,6 +218,9 @@ void pe_clear_verbose_errors();
 int pe_initialised(void);
 int pe_dump_wanted(void); /* tested once per process, after the first init_alg */
 int pe_mmap_allowed(void);
+/* The folders where user kernel libraries are looked for, joined by ':';
+ * empty before the engine's start. */
+const char *pe_kernel_search_path(void);
 
 /* The handle's context: made by the opens, ended by pe_destroy_context, which
  * runs the close hooks and frees everything that hangs from it. */

@@ -86,6 +86,13 @@ int pe_mmap_allowed(void)
     return engine().mmap_allowed ? 1 : 0;
 }
 
+const char *pe_kernel_search_path(void)
+{
+    // Set once by the engine's start and never changed after it.
+    vln::Guard guard(&start_mutex);
+    return engine().kernel_path.c_str();
+}
+
 int pe_dump_wanted(void)
 {
     vln::Guard guard(&dump_mutex);

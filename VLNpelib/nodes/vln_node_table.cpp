@@ -22,6 +22,7 @@ extern const NodeOps getinput_ops;
 extern const NodeOps height8_ops;
 extern const NodeOps hsitorgb_ops;
 extern const NodeOps input_ops;
+extern const NodeOps kernel_ops;
 extern const NodeOps inregion_ops;
 extern const NodeOps lsubsample_ops;
 extern const NodeOps lsupersample_ops;
@@ -41,6 +42,7 @@ extern const NodeOps rgb24to8_ops;
 extern const NodeOps rgbitorgb_ops;
 extern const NodeOps rgbtorgb_ops;
 extern const NodeOps rlseg_ops;
+extern const NodeOps shade_ops;
 extern const NodeOps ssync_ops;
 extern const NodeOps subsample2_ops;
 extern const NodeOps subsample_ops;
@@ -79,7 +81,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_HSITORGB, "FN_HSITORGB", &vln_pe::hsitorgb_ops},
     {FN_INPUT, "FN_INPUT", &vln_pe::input_ops},
     {FN_INREGION, "FN_INREGION", &vln_pe::inregion_ops},
-    {FN_KERNEL, "FN_KERNEL", nullptr},
+    {FN_KERNEL, "FN_KERNEL", &vln_pe::kernel_ops},
     {FN_LSUBSAMPLE, "FN_LSUBSAMPLE", &vln_pe::lsubsample_ops},
     {FN_LSUPERSAMPLE, "FN_LSUPERSAMPLE", &vln_pe::lsupersample_ops},
     {FN_MERGESTREAMS, "FN_MERGESTREAMS", &vln_pe::mergestreams_ops},
@@ -100,9 +102,9 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_RGBITORGB, "FN_RGBITORGB", &vln_pe::rgbitorgb_ops},
     {FN_RGBTORGB, "FN_RGBTORGB", &vln_pe::rgbtorgb_ops},
     {FN_RLSEG, "FN_RLSEG", &vln_pe::rlseg_ops},
-    {FN_RTSHADE, "FN_RTSHADE", nullptr},
-    {FN_RTSHADE16, "FN_RTSHADE16", nullptr},
-    {FN_SHADE, "FN_SHADE", nullptr},
+    {FN_RTSHADE, "FN_RTSHADE", &vln_pe::shade_ops},
+    {FN_RTSHADE16, "FN_RTSHADE16", &vln_pe::shade_ops},
+    {FN_SHADE, "FN_SHADE", &vln_pe::shade_ops},
     {FN_SSYNC, "FN_SSYNC", &vln_pe::ssync_ops},
     {FN_STIPPLE, "FN_STIPPLE", nullptr},
     {FN_SUBSAMPLE, "FN_SUBSAMPLE", &vln_pe::subsample_ops},

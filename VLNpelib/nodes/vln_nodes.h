@@ -92,17 +92,29 @@ rlseg *subsample_rlsegs(pe_context *pe, rlseg **out, const rlseg *rlsegs, const 
 
 /* ---------------------------------------------------------------- later node kinds */
 
-/* Kernels, transforms and shading are passed through until their kinds are
- * built: these leave the slot alone. */
-void setup_kernelnode(funcnode **slot, pe_context *pe, pe_stream *ps, kernel *k, int nr_cells);
+/* Transforms are passed through until their kind is built: this leaves the
+ * slot alone. */
 void setup_transformnode(funcnode **slot, pe_context *pe, pe_stream *ps, transform *t, int nr_cells,
                          int out_type);
-void setup_shadenode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
-void setup_rtsnode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
-void setup_rts16node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
 /* FN_FORMULA: a stream's formula over its inputs, one line of doubles; a
  * formula of one plain input gets that input's chain instead. */
 void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, pe_stream *ps);
+
+/* ---------------------------------------------------------------- kernels and shading */
+
+/* FN_KERNEL: the kernel `k` (convolution, threshold or user code) over lines
+ * of `nr_cells` cells, giving doubles; a cell whose window isn't wholly valid
+ * is null. A bad kernel fails the open with its message; a null `k` leaves
+ * the slot alone. */
+void setup_kernelnode(funcnode **slot, pe_context *pe, pe_stream *ps, kernel *k, int nr_cells);
+/* Shading of a height line of `nr_cells` cells by its 3 by 3 window:
+ * FN_SHADE, brightness under the stream's sun (8-bit); FN_RTSHADE, a palette
+ * index of the slope's direction in the entries the algorithm's reserved
+ * colours leave free (8-bit); FN_RTSHADE16, elevation and azimuth levels in
+ * the first and second byte of a 16-bit cell. */
+void setup_shadenode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
+void setup_rtsnode(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
+void setup_rts16node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cells);
 
 /* ---------------------------------------------------------------- merges */
 

@@ -184,6 +184,9 @@ vldstats *setup_vldstats(const dshdr *record, const char *region_name, const mss
     for (int i = 0; i < nr_bands; i++) s->band_numbers[i] = index[i] + 1;
     s->non_null_cells = pick(stats->non_null_cells, index.data(), nr_bands);
     s->null_cells = pick(stats->null_cells, index.data(), nr_bands);
+    // The header leaves out a row of null counts that are all 0.
+    if (!s->null_cells && s->non_null_cells)
+        s->null_cells = new_array<int32_t>(static_cast<size_t>(nr_bands));
     s->minimum = pick(stats->minimum, index.data(), nr_bands);
     s->maximum = pick(stats->maximum, index.data(), nr_bands);
     s->mean = pick(stats->mean, index.data(), nr_bands);
