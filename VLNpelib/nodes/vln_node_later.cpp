@@ -2,17 +2,8 @@
  * vln_node_later.cpp: the node kinds whose computation isn't built yet.
  *
  * Transforms pass their stream through unchanged: the builder leaves the
- * slot alone, as a stage with nothing to do does. A
- * formula other than one plain input can't be passed through, and fails
- * the open with a clear message.
+ * slot alone, as a stage with nothing to do does.
  */
 #include "vln_nodes.h"
 
 void setup_transformnode(funcnode **, pe_context *, pe_stream *, transform *, int, int) {}
-
-void setup_formulanode(funcnode **, pe_context *pe, pe_streamgroup *, pe_stream *ps)
-{
-    const char *text = ps->stream->formula.formula;
-    alg_error_vprintf(pe, "Error in formula: %s: only a plain input can be computed by this build",
-                      text != nullptr ? text : "");
-}

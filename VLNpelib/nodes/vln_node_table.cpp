@@ -16,6 +16,7 @@ extern const NodeOps bilinear_supersample_ops;
 extern const NodeOps clip_ops;
 extern const NodeOps cmerge_ops;
 extern const NodeOps dgroupstreams_ops;
+extern const NodeOps formula_ops;
 extern const NodeOps gennulls_ops;
 extern const NodeOps getinput_ops;
 extern const NodeOps height8_ops;
@@ -73,7 +74,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_CLIP, "FN_CLIP", &vln_pe::clip_ops},
     {FN_CMERGE, "FN_CMERGE", &vln_pe::cmerge_ops},
     {FN_DGROUPSTREAMS, "FN_DGROUPSTREAMS", &vln_pe::dgroupstreams_ops},
-    {FN_FORMULA, "FN_FORMULA", nullptr},
+    {FN_FORMULA, "FN_FORMULA", &vln_pe::formula_ops},
     {FN_GENNULLS, "FN_GENNULLS", &vln_pe::gennulls_ops},
     {FN_GETINPUT, "FN_GETINPUT", &vln_pe::getinput_ops},
     {FN_HEIGHT8, "FN_HEIGHT8", &vln_pe::height8_ops},

@@ -96,8 +96,8 @@ rlseg *subsample_rlsegs(pe_context *pe, rlseg **out, const rlseg *rlsegs, const 
  * slot alone. */
 void setup_transformnode(funcnode **slot, pe_context *pe, pe_stream *ps, transform *t, int nr_cells,
                          int out_type);
-/* A stream's formula over its inputs; fails at the build until the formula
- * node exists, unless the formula is a plain input. */
+/* FN_FORMULA: a stream's formula over its inputs, one line of doubles; a
+ * formula of one plain input gets that input's chain instead. */
 void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, pe_stream *ps);
 
 /* ---------------------------------------------------------------- kernels and shading */
