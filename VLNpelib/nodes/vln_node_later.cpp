@@ -1,7 +1,7 @@
 /*
  * vln_node_later.cpp: the node kinds whose computation isn't built yet.
  *
- * Kernels, transforms and shading pass their stream through unchanged: the
+ * Kernels and shading pass their stream through unchanged: the
  * builders leave the slot alone, as a stage with nothing to do does. A
  * formula other than one plain input can't be passed through, and fails
  * the open with a clear message.
@@ -9,8 +9,6 @@
 #include "vln_nodes.h"
 
 void setup_kernelnode(funcnode **, pe_context *, pe_stream *, kernel *, int) {}
-
-void setup_transformnode(funcnode **, pe_context *, pe_stream *, transform *, int, int) {}
 
 void setup_shadenode(funcnode **, pe_context *, pe_stream *, int) {}
 

@@ -41,6 +41,9 @@ void setup_nullcell_node(funcnode **slot, pe_context *pe, int nr_cells, int shif
 void setup_nullline_node(funcnode **slot, pe_context *pe, int nr_cells, int nr_lines, int top,
                          int bottom);
 void setup_optim_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+/* The histogram that an FN_OPTIM node gathers through its transform; null
+ * without one, or when histograms aren't collected. */
+histogram *get_optim_hist(funcnode *node);
 void setup_rcnode(funcnode **slot, pe_context *pe, int nr_cells);
 void setup_rlsegnode(funcnode **slot, pe_context *pe, int nr_cells, int nr_bands, int null_set,
                      double null_value);
@@ -89,6 +92,15 @@ void setup_subs_lseg_luts(int *start_table, int *end_table, const int *sample_ar
                           int source_width, int view_width);
 rlseg *subsample_rlsegs(pe_context *pe, rlseg **out, const rlseg *rlsegs, const int *start_table,
                         const int *end_table);
+
+/* ---------------------------------------------------------------- transforms and histograms */
+
+/* The histogram that an FN_TRANSFORM node gathers (raw counts turned into
+ * it first); null on another node or when histograms aren't collected. */
+histogram *transform_node_histogram(funcnode *node);
+/* Walks the tree depth first, not below FN_INPUT, and hands each histogram
+ * of an FN_TRANSFORM or FN_OPTIM node to `deliver`, children first. */
+void collect_hist(funcnode *node, void (*deliver)(void *arg, histogram *h), void *arg);
 
 /* ---------------------------------------------------------------- later node kinds */
 
