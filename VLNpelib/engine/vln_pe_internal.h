@@ -218,6 +218,8 @@ void pe_clear_verbose_errors();
 int pe_initialised(void);
 int pe_dump_wanted(void); /* tested once per process, after the first init_alg */
 int pe_mmap_allowed(void);
+/* Gives the algorithm part the clipping passes of its default algorithms. */
+void pe_install_alg_clip_passes(void);
 
 /* The handle's context: made by the opens, ended by pe_destroy_context, which
  * runs the close hooks and frees everything that hangs from it. */

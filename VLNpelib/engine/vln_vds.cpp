@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "vld_coords.h"
+#include "vln_guard_internal.h"
 #include "vln_nodes.h"
 #include "vln_vds.h"
 
@@ -253,8 +254,8 @@ Vds *vds_open(dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_c
             numbers[i] = band_names != nullptr && band_names[i] != nullptr
                              ? std::atoi(band_names[i]) - 1
                              : i;
-        return vds_vopen(dsh, first_line, nr_lines, first_cell, nr_cells, numbers.data(),
-                         nr_bands, errmsg);
+        return vds_vopen(dsh, first_line, nr_lines, first_cell, nr_cells, numbers.data(), nr_bands,
+                         errmsg);
     }
     auto *raster = static_cast<rasterfile *>(malloc_or_die(sizeof(rasterfile)));
     std::memset(raster, 0, sizeof *raster);
@@ -391,7 +392,8 @@ void register_file_to_delete_on_close(pe_context *context, const char *path)
 {
     if (context == nullptr || path == nullptr) return;
     const int n = context->nr_delete_files;
-    auto **files = static_cast<char **>(pe_malloc(context, static_cast<int64_t>(n + 1) * sizeof(char *)));
+    auto **files =
+        static_cast<char **>(pe_malloc(context, static_cast<int64_t>(n + 1) * sizeof(char *)));
     if (n > 0) std::memcpy(files, context->delete_files, static_cast<size_t>(n) * sizeof(char *));
     files[n] = pe_strsave(context, path);
     if (context->delete_files != nullptr) pe_free(context, context->delete_files);
@@ -399,10 +401,72 @@ void register_file_to_delete_on_close(pe_context *context, const char *path)
     context->nr_delete_files = n + 1;
 }
 
-void pe_init_3d_func_ptrs(vds_open_3d_fn open_fn, vds_read_3d_fn read_fn,
-                          vds_close_3d_fn close_fn)
+void pe_init_3d_func_ptrs(vds_open_3d_fn open_fn, vds_read_3d_fn read_fn, vds_close_3d_fn close_fn)
 {
     g_open_3d.store(open_fn);
     g_read_3d.store(read_fn);
     g_close_3d.store(close_fn);
+}
+
+/* ---------------------------------------------------------------- histograms */
+
+namespace {
+
+/* Histograms are gathered one handle at a time. */
+vln_mutex hist_mutex;
+
+struct HistList {
+    histogram **items;
+    int count;
+};
+
+void count_histogram(void *arg, histogram *)
+{
+    static_cast<HistList *>(arg)->count++;
+}
+
+void store_histogram(void *arg, histogram *h)
+{
+    auto *list = static_cast<HistList *>(arg);
+    list->items[list->count++] = h;
+}
+
+}  // namespace
+
+histogram **vds_get_histograms(Vds *vds)
+{
+    if (vds == nullptr || vds->context == nullptr) return nullptr;
+    vln::Guard guard(&hist_mutex);
+    pe_context *pe = vds->context;
+    HistList list{nullptr, 0};
+    for (funcnode *root : {pe->raster_root, pe->vector_root})
+        collect_hist(root, count_histogram, &list);
+    list.items = static_cast<histogram **>(pe_malloc(pe, (list.count + 1) * sizeof(histogram *)));
+    list.count = 0;
+    for (funcnode *root : {pe->raster_root, pe->vector_root})
+        collect_hist(root, store_histogram, &list);
+    list.items[list.count] = nullptr;
+    return list.items;
+}
+
+histogram **vds_get_histograms_copy(Vds *vds)
+{
+    histogram **list = vds_get_histograms(vds);
+    if (list == nullptr) return nullptr;
+    int n = 0;
+    while (list[n] != nullptr) n++;
+    auto **copy = static_cast<histogram **>(malloc_or_die((n + 1) * sizeof(histogram *)));
+    for (int i = 0; i < n; i++) {
+        copy[i] = nullptr;
+        cp_histogram(&copy[i], list[i]);
+    }
+    copy[n] = nullptr;
+    return copy;
+}
+
+void vds_free_histograms(histogram **list)
+{
+    if (list == nullptr) return;
+    for (histogram **h = list; *h != nullptr; h++) ef_histogram(*h);
+    std::free(list);
 }

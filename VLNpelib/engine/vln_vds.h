@@ -75,8 +75,7 @@ VLD_API int vds_read_tobuffers(Vds *vds, void **lines);
 /* `pp_lines` gets one run table per surface, which the caller frees. */
 VLD_API int vds_read_toppbuffers(Vds *vds, void **lines, uint32_t **pp_lines);
 /* `rlsegs` has two entries per surface: RGB at 2 * s, height at 2 * s + 1. */
-VLD_API int vds_read_to_ms_rgbh(Vds *vds, void **rgb_lines, void **height_lines,
-                                rlseg **rlsegs);
+VLD_API int vds_read_to_ms_rgbh(Vds *vds, void **rgb_lines, void **height_lines, rlseg **rlsegs);
 /* The lines the buffer layouts fill: twelve bytes per surface, 1 where the
  * line is needed. Returns the number of surfaces. */
 VLD_API int vds_buffers_needed(Vds *vds, uint8_t *needs);
@@ -86,12 +85,22 @@ VLD_API void vds_close(Vds **vds);
 /* A file that vds_close removes. */
 VLD_API void register_file_to_delete_on_close(pe_context *context, const char *path);
 
+/* ---------------------------------------------------------------- histograms */
+
+/* The histograms that the transforms of an open gathered (with CalcHistograms
+ * on), as a null-terminated array; array and histograms stay the handle's and
+ * go with vds_close. Null for a null handle. Each histogram's id is that of
+ * its transform. */
+VLD_API histogram **vds_get_histograms(Vds *vds);
+/* The same as copies that the caller owns, freed by vds_free_histograms. */
+VLD_API histogram **vds_get_histograms_copy(Vds *vds);
+VLD_API void vds_free_histograms(histogram **list);
+
 /* ---------------------------------------------------------------- 3D views */
 
 typedef void *(*vds_open_3d_fn)(algorithm *alg, char **errmsg, pe_progress_fn progress_fn,
                                 void *progress_arg);
-typedef int (*vds_read_3d_fn)(void *handle, char **text, void **lines, rlseg **rlsegs,
-                              int which);
+typedef int (*vds_read_3d_fn)(void *handle, char **text, void **lines, rlseg **rlsegs, int which);
 typedef void (*vds_close_3d_fn)(void *handle);
 /* Installs a renderer of 3D views; before any thread opens. A null open
  * function means there is none. */
