@@ -125,29 +125,44 @@ struct ClipRow {
     int cell_type;
     double cell_size;
     double low, high, middle_low, middle_high;  // the values of the data
+    int bands = 1;
 };
 
-/* A raster of 100 by 100 cells: 50 cells at `low`, 50 at `high`, the rest
- * spread over middle_low to middle_high. */
+/* The data's ends in band `b`: each band is moved in by 100 from the last. */
+double band_low(const ClipRow &row, int b)
+{
+    return row.low + 100 * b;
+}
+double band_high(const ClipRow &row, int b)
+{
+    return row.high - 100 * b;
+}
+
+/* A raster of 100 by 100 cells: in each band 50 cells at its low end, 50 at
+ * its high end, the rest spread over middle_low to middle_high. */
 std::string write_clip_dataset(const TempDir &dir, const ClipRow &row)
 {
     const std::string header = dir.file("clip.vld");
     dshdr *d = nullptr;
-    df_raster_dshdr(&d, header.c_str(), 100, 100, 1, row.cell_type);
+    df_raster_dshdr(&d, header.c_str(), 100, 100, row.bands, row.cell_type);
     d->info.r.cellinfo.x_dimension = d->info.r.cellinfo.y_dimension = row.cell_size;
     EXPECT_EQ(ep_dshdr(d, header.c_str()), 0);
     ef_dshdr(d);
     std::string bytes;
-    for (int i = 0; i < 10000; i++) {
-        double v = row.middle_low + (row.middle_high - row.middle_low) * ((i * 37) % 9900) / 9899;
-        if (i < 50) v = row.low;
-        if (i >= 9950) v = row.high;
-        const auto whole = static_cast<uint16_t>(std::lround(v));
-        if (row.cell_type == Unsigned8BitInteger)
-            bytes.push_back(static_cast<char>(whole));
-        else
-            bytes.append(reinterpret_cast<const char *>(&whole), 2);
-    }
+    for (int line = 0; line < 100; line++)
+        for (int b = 0; b < row.bands; b++)
+            for (int cell = 0; cell < 100; cell++) {
+                const int i = line * 100 + cell;
+                double v =
+                    row.middle_low + (row.middle_high - row.middle_low) * ((i * 37) % 9900) / 9899;
+                if (i < 50) v = band_low(row, b);
+                if (i >= 9950) v = band_high(row, b);
+                const auto whole = static_cast<uint16_t>(std::lround(v));
+                if (row.cell_type == Unsigned8BitInteger)
+                    bytes.push_back(static_cast<char>(whole));
+                else
+                    bytes.append(reinterpret_cast<const char *>(&whole), 2);
+            }
     std::ofstream(dir.file("clip"), std::ios::binary) << bytes;
     return header;
 }
@@ -158,6 +173,7 @@ TEST(EngineHistograms, DefaultAlgorithmClipsItsTransformToTheData)
     const ClipRow rows[] = {
         {"8-bit, the short cut", Unsigned8BitInteger, 25, 10, 250, 60, 200},
         {"16-bit, a transform node", Unsigned16BitInteger, 25, 1000, 61000, 5000, 50000},
+        {"three bands, a layer each", Unsigned16BitInteger, 25, 1000, 61000, 5000, 50000, 3},
     };
     for (const ClipRow &row : rows) {
         SCOPED_TRACE(row.name);
@@ -166,23 +182,28 @@ TEST(EngineHistograms, DefaultAlgorithmClipsItsTransformToTheData)
         algorithm *alg = nullptr;
         ASSERT_EQ(VLN_create_default_algorithm(&alg, path.c_str()), 0)
             << (VLD_error.text != nullptr ? VLD_error.text : "");
-        const transform *t = first_stream_in_alg(alg)->transforms;
-        ASSERT_NE(t, nullptr);
-        // The first pass finds the data's range; keeping 99 percent of it
-        // cuts 0.5 percent, the 50 cells, at each end: one bucket of 255.
-        const double span = row.high - row.low;
-        EXPECT_DOUBLE_EQ(t->min_input, row.low + span * (1 / 255.0));
-        EXPECT_DOUBLE_EQ(t->max_input, row.low + span * (254 / 255.0));
-        // The last pass clips nothing more: the ramp runs corner to corner.
-        const auto *d = static_cast<const lineardef *>(t->definition);
-        ASSERT_EQ(d->nr_points, 4);
-        EXPECT_EQ(std::vector<double>(d->points, d->points + 8),
-                  (std::vector<double>{0, 0, 0, 0, 1, 1, 1, 1}));
-        ASSERT_NE(t->histogram, nullptr);
-        EXPECT_EQ(t->histogram->invalid, 0);
-        EXPECT_EQ(t->histogram->nr_cells, 10000u);
-        EXPECT_EQ(t->histogram->below, 50u);
-        EXPECT_EQ(t->histogram->above, 50u);
+        int b = 0;
+        for (const stream *st = first_stream_in_alg(alg); st != nullptr; st = st->next, b++) {
+            SCOPED_TRACE(b);
+            const transform *t = st->transforms;
+            ASSERT_NE(t, nullptr);
+            // The first pass finds the data's range; keeping 99 percent of it
+            // cuts 0.5 percent, the 50 cells, at each end: one bucket of 255.
+            const double low = band_low(row, b), span = band_high(row, b) - low;
+            EXPECT_DOUBLE_EQ(t->min_input, low + span * (1 / 255.0));
+            EXPECT_DOUBLE_EQ(t->max_input, low + span * (254 / 255.0));
+            // The last pass clips nothing more: the ramp runs corner to corner.
+            const auto *d = static_cast<const lineardef *>(t->definition);
+            ASSERT_EQ(d->nr_points, 4);
+            EXPECT_EQ(std::vector<double>(d->points, d->points + 8),
+                      (std::vector<double>{0, 0, 0, 0, 1, 1, 1, 1}));
+            ASSERT_NE(t->histogram, nullptr);
+            EXPECT_EQ(t->histogram->invalid, 0);
+            EXPECT_EQ(t->histogram->nr_cells, 10000u);
+            EXPECT_EQ(t->histogram->below, 50u);
+            EXPECT_EQ(t->histogram->above, 50u);
+        }
+        EXPECT_EQ(b, row.bands);
         ef_algorithm(alg);
     }
 }
