@@ -566,6 +566,12 @@ VLD_API int VLN_create_default_algorithm(algorithm **alg, const char *name);
 VLD_API int VLN_create_default_alg_from_dataset_fspec(algorithm **alg, const char *name,
                                                       double percentage);
 VLD_API int VLN_create_algorithm(algorithm **alg, const char *name, double clip, double limit);
+/* The clipping passes of VLN_create_algorithm fit the layers' transforms to
+ * histograms that the engine gathers; the engine installs them when it
+ * starts. Without them (no engine started) the transforms keep their
+ * defaults. The function returns 0 or a row of the message table. */
+typedef int (*VLN_alg_clip_passes_fn)(algorithm *alg, double clip, double limit);
+VLD_API void VLN_set_alg_clip_passes(VLN_alg_clip_passes_fn passes);
 VLD_API int VLD_setup_dsh_from_alg(dshdr *header);
 VLD_API int VLN_get_algorithm_nominal_cell_size(algorithm *alg, double *x, double *y);
 VLD_API int VLN_get_algorithm_nominal_cell_sizeEx(algorithm *alg, double *x, double *y, int flag);

@@ -6,8 +6,9 @@
  * the red, green and blue bands of a raster with three bands or more, a
  * greyscale layer of band 1 otherwise, and an annotation overlay for a vector
  * file. The layers' transforms are then fitted to the data by clipping their
- * histograms.
+ * histograms, in passes that the engine installs.
  */
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -157,6 +158,13 @@ int build(algorithm *alg, const char *name, const dshdr *h)
     return 0;
 }
 
+/* The engine's clipping passes, once it has started. */
+std::atomic<VLN_alg_clip_passes_fn> &clip_passes()
+{
+    static std::atomic<VLN_alg_clip_passes_fn> passes{nullptr};
+    return passes;
+}
+
 }  // namespace
 
 int VLN_create_algorithm(algorithm **alg, const char *name, double clip, double limit)
@@ -184,14 +192,21 @@ int VLN_create_algorithm(algorithm **alg, const char *name, double clip, double 
     *alg = a;
     if (first_stream_in_alg(a)->type == ST_DynamicLink) return 0;
 
-    // The clipping of the layers' transforms to their histograms (`clip`,
-    // raised to 0.1 and held at 100, then the second clip at `limit`) reads
-    // the algorithm through the engine at a small size. These passes run once
-    // the engine can read an algorithm; until then the transforms keep their
-    // defaults.
-    (void)clip;
-    (void)limit;
+    // The clipping of the layers' transforms to their histograms reads the
+    // algorithm through the engine, which lies above this part.
+    VLN_alg_clip_passes_fn passes = clip_passes().load();
+    if (passes == nullptr || (clip <= 0 && limit <= 0)) return 0;
+    if (int status = passes(a, clip, limit)) {
+        ef_algorithm(a);
+        *alg = nullptr;
+        return status;
+    }
     return 0;
+}
+
+void VLN_set_alg_clip_passes(VLN_alg_clip_passes_fn passes)
+{
+    clip_passes().store(passes);
 }
 
 int VLN_create_default_algorithm(algorithm **alg, const char *name)

@@ -42,8 +42,8 @@ bool is_plain_first_input(const char *text)
            (n == 2 && VLD_strncasecmp(text, "I1", 2) == 0);
 }
 
-/* The short cut: an 8-bit pseudocolour view of one band, folded into one
- * table. Transforms are left to the full chain. */
+/* The short cut: an 8-bit pseudocolour view of one band and at most one
+ * transform, folded into one table. */
 bool takes_short_cut(pe_context *pe, pe_streamgroup *group, pe_stream *ps)
 {
     const algorithm *alg = pe->alg;
@@ -58,7 +58,7 @@ bool takes_short_cut(pe_context *pe, pe_streamgroup *group, pe_stream *ps)
     if (!is_plain_first_input(st->formula.formula) || ps->nr_inputs != 1) return false;
     const streaminput *in = ps->inputs[0].streaminput;
     if (in->kernels != nullptr || in->transforms != nullptr || st->kernels != nullptr) return false;
-    if (st->transforms != nullptr) return false;
+    if (st->transforms != nullptr && st->transforms->next != nullptr) return false;
     if (ps->do_static_shade || ps->do_rtshade || ps->do_rtshade16) return false;
     if (surface_has_intensity_group(pe, ps->surface_number)) return false;
     return d->margin_top == ps->margin_top && d->margin_bottom == ps->margin_bottom &&

@@ -221,6 +221,8 @@ int pe_mmap_allowed(void);
 /* The folders where user kernel libraries are looked for, joined by ':';
  * empty before the engine's start. */
 const char *pe_kernel_search_path(void);
+/* Gives the algorithm part the clipping passes of its default algorithms. */
+void pe_install_alg_clip_passes(void);
 
 /* The handle's context: made by the opens, ended by pe_destroy_context, which
  * runs the close hooks and frees everything that hangs from it. */

@@ -58,6 +58,8 @@ int PE_initialise(const char *program_name)
     vln::Guard guard(&start_mutex);
     EngineState &e = engine();
     if (e.initialised) return 0;
+    // Installed also when the start fails, so that the passes report why.
+    pe_install_alg_clip_passes();
     const char *base = std::getenv("VORLAN");
     if (base == nullptr) return VLD_setup_error(VLD_ERR_ENV_NOT_SET, "VORLAN");
     const char *machine = std::getenv("VLN_MACHINE_TYPE");

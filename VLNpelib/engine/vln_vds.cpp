@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "vld_coords.h"
+#include "vln_guard_internal.h"
 #include "vln_nodes.h"
 #include "vln_vds.h"
 
@@ -405,4 +406,67 @@ void pe_init_3d_func_ptrs(vds_open_3d_fn open_fn, vds_read_3d_fn read_fn,
     g_open_3d.store(open_fn);
     g_read_3d.store(read_fn);
     g_close_3d.store(close_fn);
+}
+
+/* ---------------------------------------------------------------- histograms */
+
+namespace {
+
+/* Histograms are gathered one handle at a time. */
+vln_mutex hist_mutex;
+
+struct HistList {
+    histogram **items;
+    int count;
+};
+
+void count_histogram(void *arg, histogram *)
+{
+    static_cast<HistList *>(arg)->count++;
+}
+
+void store_histogram(void *arg, histogram *h)
+{
+    auto *list = static_cast<HistList *>(arg);
+    list->items[list->count++] = h;
+}
+
+}  // namespace
+
+histogram **vds_get_histograms(Vds *vds)
+{
+    if (vds == nullptr || vds->context == nullptr) return nullptr;
+    vln::Guard guard(&hist_mutex);
+    pe_context *pe = vds->context;
+    HistList list{nullptr, 0};
+    for (funcnode *root : {pe->raster_root, pe->vector_root})
+        collect_hist(root, count_histogram, &list);
+    list.items = static_cast<histogram **>(pe_malloc(pe, (list.count + 1) * sizeof(histogram *)));
+    list.count = 0;
+    for (funcnode *root : {pe->raster_root, pe->vector_root})
+        collect_hist(root, store_histogram, &list);
+    list.items[list.count] = nullptr;
+    return list.items;
+}
+
+histogram **vds_get_histograms_copy(Vds *vds)
+{
+    histogram **list = vds_get_histograms(vds);
+    if (list == nullptr) return nullptr;
+    int n = 0;
+    while (list[n] != nullptr) n++;
+    auto **copy = static_cast<histogram **>(malloc_or_die((n + 1) * sizeof(histogram *)));
+    for (int i = 0; i < n; i++) {
+        copy[i] = nullptr;
+        cp_histogram(&copy[i], list[i]);
+    }
+    copy[n] = nullptr;
+    return copy;
+}
+
+void vds_free_histograms(histogram **list)
+{
+    if (list == nullptr) return;
+    for (histogram **h = list; *h != nullptr; h++) ef_histogram(*h);
+    std::free(list);
 }

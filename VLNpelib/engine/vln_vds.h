@@ -86,6 +86,17 @@ VLD_API void vds_close(Vds **vds);
 /* A file that vds_close removes. */
 VLD_API void register_file_to_delete_on_close(pe_context *context, const char *path);
 
+/* ---------------------------------------------------------------- histograms */
+
+/* The histograms that the transforms of an open gathered (with CalcHistograms
+ * on), as a null-terminated array; array and histograms stay the handle's and
+ * go with vds_close. Null for a null handle. Each histogram's id is that of
+ * its transform. */
+VLD_API histogram **vds_get_histograms(Vds *vds);
+/* The same as copies that the caller owns, freed by vds_free_histograms. */
+VLD_API histogram **vds_get_histograms_copy(Vds *vds);
+VLD_API void vds_free_histograms(histogram **list);
+
 /* ---------------------------------------------------------------- 3D views */
 
 typedef void *(*vds_open_3d_fn)(algorithm *alg, char **errmsg, pe_progress_fn progress_fn,

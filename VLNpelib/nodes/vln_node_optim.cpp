@@ -3,15 +3,19 @@
  * stream.
  *
  * When a stream is just one 8-bit input shown through a palette, its whole
- * processing is one table of 256 entries: the stream's value mapping, then
- * the move off the reserved colours, with the dataset's null value sent to
- * the null colour. The node maps the shared line through it, in place.
+ * processing is one table of 256 entries: the stream's transform as a byte
+ * table, then the move off the reserved colours, with the dataset's null
+ * value sent to the null colour. The node maps the shared line through it,
+ * in place. When histograms are collected it counts each value of the runs,
+ * and the transform's histogram is made from the counts when asked for.
  */
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 
 #include "vln_nodes.h"
 #include "vln_pe_plan.h"
+#include "vln_transform_ops.h"
 
 namespace {
 
@@ -19,6 +23,9 @@ struct Optim {
     vln_pe::NodeBase base;
     pe_stream *stream;
     unsigned char table[256];
+    transform *t;        // the stream's one transform, or null
+    uint32_t *counters;  // counts of the 8-bit values, while collecting
+    histogram *hist;
 };
 
 void init(funcnode *node)
@@ -35,17 +42,20 @@ void read(funcnode *node)
     vln_pe::pull(node);
     for (int b = 0; b < out->nr_buffers; b++) {
         auto *cells = static_cast<uint8_t *>(out->buffers[b]->data);
+        if (p->counters != nullptr)
+            for (const rlseg *r = out->buffers[b]->rlsegs; r != nullptr; r = r->next)
+                for (int i = r->first; i <= r->last; i++) p->counters[cells[i]]++;
         for (int i = 0; i < out->nr_cells; i++) cells[i] = p->table[cells[i]];
     }
 }
 
 /* The table of a stream: value mapping, colour reservation, null colour. */
-void make_table(pe_context *pe, const pe_stream *ps, unsigned char *table)
+void make_table(pe_context *pe, const pe_stream *ps, const transform *t, unsigned char *table)
 {
-    // The value mapping is the identity: the planner takes this short cut
-    // only for a stream without a transform until transforms are built.
     unsigned char mapping[256];
     for (int i = 0; i < 256; i++) mapping[i] = static_cast<unsigned char>(i);
+    if (t != nullptr && t->type >= TT_Linear && t->type <= TT_Logarithmic)
+        setup_UINT8_to_UINT8_lut(t, mapping);
 
     // On the short cut's streams (pseudocolour, 8-bit palette, no shading, no
     // intensity) colours are reserved exactly when the algorithm lists some.
@@ -79,5 +89,20 @@ void setup_optim_node(funcnode **slot, pe_context *pe, pe_stream *ps)
     auto *p = vln_pe::add_stage<Optim>(slot, pe, FN_OPTIM, 1, ps->proc_cells, Unsigned8BitInteger,
                                        PE_ALLOC_SHARED);
     p->stream = ps;
-    make_table(pe, ps, p->table);
+    p->t = ps->stream != nullptr ? ps->stream->transforms : nullptr;
+    make_table(pe, ps, p->t, p->table);
+    if (p->t != nullptr && pe->alg != nullptr && pe->alg->calc_histograms) {
+        p->counters = static_cast<uint32_t *>(pe_malloc(pe, 256 * sizeof(uint32_t)));
+        p->hist = static_cast<histogram *>(pe_malloc(pe, sizeof(histogram)));
+        p->hist->id = p->t->id;
+    }
+}
+
+histogram *get_optim_hist(funcnode *node)
+{
+    if (node == nullptr || node->type != FN_OPTIM) return nullptr;
+    auto *p = vln_pe::priv<Optim>(node);
+    if (p->hist == nullptr) return nullptr;
+    setup_hist_from_counter_array(p->hist, p->t, p->counters, 0, 0);
+    return p->hist;
 }

@@ -52,6 +52,7 @@ extern const NodeOps tconv_ops;
 extern const NodeOps tobuffers_ops;
 extern const NodeOps tomsrgbh_ops;
 extern const NodeOps toppbuffers_ops;
+extern const NodeOps transform_ops;
 extern const NodeOps transparency_ops;
 extern const NodeOps vread_ops;
 }  // namespace vln_pe
@@ -116,7 +117,7 @@ constexpr NodeKind kinds[FN_NR_TYPES] = {
     {FN_TOBUFFERS, "FN_TOBUFFERS", &vln_pe::tobuffers_ops},
     {FN_TOMSRGBH, "FN_TOMSRGBH", &vln_pe::tomsrgbh_ops},
     {FN_TOPPBUFFERS, "FN_TOPPBUFFERS", &vln_pe::toppbuffers_ops},
-    {FN_TRANSFORM, "FN_TRANSFORM", nullptr},
+    {FN_TRANSFORM, "FN_TRANSFORM", &vln_pe::transform_ops},
     {FN_TRANSPARENCY, "FN_TRANSPARENCY", &vln_pe::transparency_ops},
     {FN_VREADTOPP, "FN_VREADTOPP", &vln_pe::vread_ops},
     {FN_VREADTOMSRGBH, "FN_VREADTOMSRGBH", &vln_pe::vread_ops},

@@ -41,6 +41,9 @@ void setup_nullcell_node(funcnode **slot, pe_context *pe, int nr_cells, int shif
 void setup_nullline_node(funcnode **slot, pe_context *pe, int nr_cells, int nr_lines, int top,
                          int bottom);
 void setup_optim_node(funcnode **slot, pe_context *pe, pe_stream *ps);
+/* The histogram that an FN_OPTIM node gathers through its transform; null
+ * without one, or when histograms aren't collected. */
+histogram *get_optim_hist(funcnode *node);
 void setup_rcnode(funcnode **slot, pe_context *pe, int nr_cells);
 void setup_rlsegnode(funcnode **slot, pe_context *pe, int nr_cells, int nr_bands, int null_set,
                      double null_value);
@@ -90,12 +93,23 @@ void setup_subs_lseg_luts(int *start_table, int *end_table, const int *sample_ar
 rlseg *subsample_rlsegs(pe_context *pe, rlseg **out, const rlseg *rlsegs, const int *start_table,
                         const int *end_table);
 
-/* ---------------------------------------------------------------- later node kinds */
+/* ---------------------------------------------------------------- transforms and histograms */
 
-/* Transforms are passed through until their kind is built: this leaves the
+/* The histogram that an FN_TRANSFORM node gathers (raw counts turned into
+ * it first); null on another node or when histograms aren't collected. */
+histogram *transform_node_histogram(funcnode *node);
+/* Walks the tree depth first, not below FN_INPUT, and hands each histogram
+ * of an FN_TRANSFORM or FN_OPTIM node to `deliver`, children first. */
+void collect_hist(funcnode *node, void (*deliver)(void *arg, histogram *h), void *arg);
+
+/* FN_TRANSFORM: the transform `t` over lines of `nr_cells` cells, by table
+ * where one serves, into `out_type`; a stage with nothing to do leaves the
  * slot alone. */
 void setup_transformnode(funcnode **slot, pe_context *pe, pe_stream *ps, transform *t, int nr_cells,
                          int out_type);
+
+/* ---------------------------------------------------------------- formulae */
+
 /* FN_FORMULA: a stream's formula over its inputs, one line of doubles; a
  * formula of one plain input gets that input's chain instead. */
 void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *group, pe_stream *ps);
