@@ -425,29 +425,38 @@ Program *Builder::finish(pe_context *pe, int result, int nr_cells) const
     p->typed = pool_array<const void *>(pe, n);
     p->typed_type = pool_array<int32_t>(pe, n);
     p->own = pool_array<double *>(pe, n);
+    p->block_values = pool_array<double *>(pe, n);
+    p->block_nulls = pool_array<uint8_t *>(pe, n);
+    // Inputs are whole lines; everything else holds one block, whatever the
+    // width of the line or the length of the formula.
     const int64_t width = nr_cells > 0 ? nr_cells : 1;
+    const int64_t block = std::min<int64_t>(width, BLOCK);
     uint8_t *all_null = nullptr;
     for (size_t r = 0; r < n; r++) {
         const Reg &reg = regs_[r];
         p->kinds[r] = reg.kind;
         p->consts[r] = reg.value;
+        p->block_values[r] = nullptr;
+        p->block_nulls[r] = nullptr;
         if (reg.kind == REG_INPUT) {
             p->own[r] = static_cast<double *>(pe_malloc_raw(pe, width * sizeof(double)));
             continue;
         }
-        p->values[r] = static_cast<double *>(pe_malloc_raw(pe, width * sizeof(double)));
+        p->values[r] = static_cast<double *>(pe_malloc_raw(pe, block * sizeof(double)));
         if (reg.kind == REG_CONST)
-            for (int i = 0; i < nr_cells; i++) p->values[r][i] = reg.value;
+            for (int64_t i = 0; i < block; i++) p->values[r][i] = reg.value;
         if (reg.kind == REG_NULL) {
             if (all_null == nullptr) {
-                all_null = static_cast<uint8_t *>(pe_malloc_raw(pe, width));
-                std::memset(all_null, 1, static_cast<size_t>(width));
+                all_null = static_cast<uint8_t *>(pe_malloc_raw(pe, block));
+                std::memset(all_null, 1, static_cast<size_t>(block));
             }
             p->nulls[r] = all_null;
-            std::memset(p->values[r], 0, static_cast<size_t>(width) * sizeof(double));
+            std::memset(p->values[r], 0, static_cast<size_t>(block) * sizeof(double));
         } else if ((reg.kind == REG_TEMP && reg.nullable) || reg.kind == REG_MASK) {
-            p->nulls[r] = static_cast<uint8_t *>(pe_malloc(pe, width));
+            p->nulls[r] = static_cast<uint8_t *>(pe_malloc(pe, block));
         }
+        p->block_values[r] = p->values[r];
+        p->block_nulls[r] = p->nulls[r];
     }
     // Each block starts by loading the inputs that come in other types.
     std::vector<Op> ops;
@@ -469,6 +478,24 @@ Program *Builder::finish(pe_context *pe, int result, int nr_cells) const
 
 /* ---------------------------------------------------------------- running */
 
+namespace {
+
+/* Points the block registers at the block that starts at cell `s`: cell i of
+ * the block is element i - s of the register's memory. The result keeps the
+ * caller's line when the run writes into it directly. */
+void point_at_block(Program *p, int s, bool direct, bool direct_nulls)
+{
+    for (int r = 0; r < p->nr_regs; r++) {
+        if (p->block_values[r] == nullptr) continue;
+        const bool keep = r == p->result && direct;
+        if (!keep) p->values[r] = p->block_values[r] - s;
+        if (p->block_nulls[r] != nullptr && !(keep && direct_nulls))
+            p->nulls[r] = p->block_nulls[r] - s;
+    }
+}
+
+}  // namespace
+
 void run(Program *p, const rlseg *runs, double *out, uint8_t *out_nulls)
 {
     const int result = p->result;
@@ -484,6 +511,7 @@ void run(Program *p, const rlseg *runs, double *out, uint8_t *out_nulls)
         const int last = std::min(r->last, p->nr_cells - 1);
         for (int s = std::max(r->first, 0); s <= last; s += BLOCK) {
             const int e = std::min(s + BLOCK, last + 1);
+            point_at_block(p, s, direct, out_nulls != nullptr);
             for (int k = 0; k < p->nr_ops; k++) {
                 const Op &op = p->ops[k];
                 if (p->nulls[op.dst] != nullptr && p->kinds[op.dst] == REG_TEMP)
@@ -500,6 +528,7 @@ void run(Program *p, const rlseg *runs, double *out, uint8_t *out_nulls)
             }
         }
     }
+    point_at_block(p, 0, false, false);
     p->values[result] = saved_values;
     p->nulls[result] = saved_nulls;
 }

@@ -130,6 +130,11 @@ struct Program {
     int32_t result;
     int32_t nr_cells;
     bool null_mode;
+    /* Registers other than inputs hold one block of cells, not a line: a
+     * run points them at its block before each block's operations, so that
+     * operations index every register by cell. Null for an input. */
+    double **block_values;
+    uint8_t **block_nulls;
 };
 
 class Builder {

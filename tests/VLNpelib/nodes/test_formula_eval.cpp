@@ -113,3 +113,32 @@ TEST(FormulaEvalNulls, FollowTheRulesOfIfOrAndIsnull)
 }
 
 }  // namespace
+
+namespace {
+
+/* A long formula over a wide line: the program's memory grows with the
+ * formula and with its inputs, not with the product of the two. */
+TEST(FormulaEvalMemory, LongFormulaOverAWideLineKeepsBlocksNotLines)
+{
+    constexpr int kWide = 100000, kTerms = 1000;
+    node_test::Harness h;
+    fe::Builder b(false);
+    const int a = b.input(false);
+    int acc = a;
+    for (int k = 1; k < kTerms; k++) acc = b.op(k % 2 ? fe::OP_ADD_ : fe::OP_SUB_, acc, b.constant(k));
+    const int64_t before = h.pe->pool_bytes;
+    fe::Program *p = b.finish(h.pe, acc, kWide);
+    const int64_t used = h.pe->pool_bytes - before;
+    // Two whole lines at most for the input, and a block for each register.
+    EXPECT_LT(used, int64_t{2} * kWide * 8 + int64_t{2} * kTerms * 4096 + (1 << 20));
+    std::vector<double> x(kWide), out(kWide, -1.0);
+    for (int i = 0; i < kWide; i++) x[i] = i;
+    fe::set_input(p, a, x.data(), nullptr);
+    rlseg *runs = node_test::make_runs(h.pe, {{0, kWide - 1}});
+    fe::run(p, runs, out.data(), nullptr);
+    // + 1 - 2 + 3 - ... + 999 adds 500.
+    for (int i : {0, 511, 512, 50000, kWide - 1}) EXPECT_EQ(out[i], i + 500.0) << i;
+    pe_free_rlseg_list(h.pe, &runs);
+}
+
+}  // namespace
