@@ -8,6 +8,8 @@
 // passes (reset before them), "pool_peak_MB" the engine's own line memory.
 #include <benchmark/benchmark.h>
 
+#include "bench_common.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +27,10 @@
 #include "vln_pe_internal.h"
 
 namespace {
+
+using bench::seconds_since;
+using bench::peak_rss_mb;
+using bench::reset_peak_rss;
 
 constexpr int kLines = 10000, kCells = 10000;
 
@@ -96,12 +102,6 @@ void remove_files()
     std::remove(s.header.c_str());
     std::remove(s.alg.c_str());
 }
-
-double seconds_since(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 void set_counters(benchmark::State &state, double total_seconds)
 {
     state.SetBytesProcessed(state.iterations() * int64_t{kLines} * kCells * 2);
@@ -109,22 +109,6 @@ void set_counters(benchmark::State &state, double total_seconds)
         state.counters["vs_lines"] =
             total_seconds / static_cast<double>(state.iterations()) / data().lines_seconds;
 }
-
-/* The process's peak resident set, in MB, and its reset. */
-double peak_rss_mb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return 0;
-}
-
-void reset_peak_rss()
-{
-    std::ofstream("/proc/self/clear_refs") << "5";
-}
-
 void BM_LineReader(benchmark::State &state)
 {
     dshdr *d = data().d;

@@ -15,6 +15,8 @@
 // pays for the writing back of the one before.
 #include <benchmark/benchmark.h>
 
+#include "bench_common.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -33,6 +35,10 @@
 #include "vln_vds.h"
 
 namespace {
+
+using bench::peak_rss_mb;
+using bench::timed;
+using bench::have;
 
 constexpr int kLines = 10000, kCells = 10000;
 
@@ -137,29 +143,6 @@ void remove_files()
           s.stem + "_numexpr"})
         std::remove(f.c_str());
 }
-
-double seconds_since(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double peak_rss_mb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return 0;
-}
-
-void warm()
-{
-    std::ifstream in(data().data, std::ios::binary);
-    std::vector<char> block(1 << 20);
-    while (in.read(block.data(), static_cast<std::streamsize>(block.size()))) {
-    }
-}
-
 /* The cells of `path` (32-bit reals) that differ from the loop's output. */
 double differing_cells(const std::string &path)
 {
@@ -173,39 +156,6 @@ double differing_cells(const std::string &path)
         for (int c = 0; c < kCells; c++) differ += x[c] != y[c];
     }
     return static_cast<double>(differ);
-}
-
-/* This process's processor time, in seconds. */
-double cpu_seconds()
-{
-    timespec t{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-/* The mean wall time of a job's runs; *cpu (may be null) gets the mean
- * processor time of this process. */
-template <class Job>
-double timed(benchmark::State &state, Job &&job, double *cpu = nullptr)
-{
-    double total = 0, cpu_total = 0;
-    for (auto _ : state) {
-        // Each run starts with the writes of the one before on disk.
-        state.PauseTiming();
-        sync();
-        state.ResumeTiming();
-        auto start = std::chrono::steady_clock::now();
-        const double cpu_start = cpu_seconds();
-        if (!job()) {
-            state.SkipWithError("the job failed");
-            break;
-        }
-        total += seconds_since(start);
-        cpu_total += cpu_seconds() - cpu_start;
-    }
-    const double runs = static_cast<double>(std::max<int64_t>(state.iterations(), 1));
-    if (cpu != nullptr) *cpu = cpu_total / runs;
-    return total / runs;
 }
 
 /* The job as one would write it by hand: read a line of both bands, compute,
@@ -263,12 +213,6 @@ bool ndi_through_engine()
     ef_algorithm(alg);
     return ok;
 }
-
-bool have(const char *command)
-{
-    return std::system((std::string("command -v ") + command + " >/dev/null 2>&1").c_str()) == 0;
-}
-
 bool ndi_gdal_calc()
 {
     const std::string &in = data().data;
@@ -290,8 +234,8 @@ bool ndi_numexpr()
 void BM_NdiByHand(benchmark::State &state)
 {
     data();
-    warm();
-    data().loop_seconds = timed(state, ndi_by_hand, &data().loop_cpu_seconds);
+    bench::warm(data().data);
+    data().loop_seconds = timed(state, ndi_by_hand, &data().loop_cpu_seconds, true);
 }
 
 void BM_NdiGdalCalc(benchmark::State &state)
@@ -300,7 +244,7 @@ void BM_NdiGdalCalc(benchmark::State &state)
         state.SkipWithError("gdal_calc.py is not installed (scripts/bench.sh installs it)");
         return;
     }
-    data().gdal_seconds = timed(state, ndi_gdal_calc);
+    data().gdal_seconds = timed(state, ndi_gdal_calc, nullptr, true);
     state.counters["vs_loop"] = data().gdal_seconds / data().loop_seconds;
     state.counters["differing_cells"] = differing_cells(data().stem + "_gdal");
 }
@@ -311,7 +255,7 @@ void BM_NdiNumexpr(benchmark::State &state)
         state.SkipWithError("numexpr is not installed (scripts/bench.sh installs it)");
         return;
     }
-    data().numexpr_seconds = timed(state, ndi_numexpr);
+    data().numexpr_seconds = timed(state, ndi_numexpr, nullptr, true);
     state.counters["vs_loop"] = data().numexpr_seconds / data().loop_seconds;
     state.counters["differing_cells"] = differing_cells(data().stem + "_numexpr");
 }
@@ -319,7 +263,7 @@ void BM_NdiNumexpr(benchmark::State &state)
 void BM_NdiEngine(benchmark::State &state)
 {
     double cpu = 0;
-    const double seconds = timed(state, ndi_through_engine, &cpu);
+    const double seconds = timed(state, ndi_through_engine, &cpu, true);
     state.counters["vs_loop"] = seconds / data().loop_seconds;
     state.counters["cpu_vs_loop"] = cpu / data().loop_cpu_seconds;
     if (data().gdal_seconds > 0) state.counters["vs_gdal_calc"] = seconds / data().gdal_seconds;

@@ -13,6 +13,8 @@
 // against the hand loop's.
 #include <benchmark/benchmark.h>
 
+#include "bench_common.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -32,6 +34,9 @@
 #include "vln_vds.h"
 
 namespace {
+
+using bench::peak_rss_mb;
+using bench::timed;
 
 constexpr int kLines = 10000, kCells = 10000;
 constexpr int kAzimuth = 315, kElevation = 45;  // degrees
@@ -97,21 +102,6 @@ void remove_files()
                                "_peer", "_peer.hdr", "_peer.aux.xml"})
         std::remove(file(suffix).c_str());
 }
-
-double seconds_since(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double peak_rss_mb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return 0;
-}
-
 /* ---------------------------------------------------------------- the engine */
 
 /* The algorithm of one layer over the heights, to `output_type`, with the
@@ -278,12 +268,6 @@ bool shade_by_hand()
         return d < 0.0 ? uint8_t{0} : static_cast<uint8_t>(std::min(d * 256.0, 255.0));
     });
 }
-
-bool have_peer()
-{
-    return std::system("command -v gdaldem >/dev/null 2>&1") == 0;
-}
-
 bool shade_by_peer()
 {
     const std::string command = "GDAL_NUM_THREADS=1 gdaldem hillshade -q -of ENVI -az " +
@@ -291,34 +275,10 @@ bool shade_by_peer()
                                 " '" + data().data + "' '" + file("_peer") + "' 2>/dev/null";
     return std::system(command.c_str()) == 0;
 }
-
-void warm()
-{
-    std::ifstream in(data().data, std::ios::binary);
-    std::vector<char> block(1 << 20);
-    while (in.read(block.data(), static_cast<std::streamsize>(block.size()))) {
-    }
-}
-
-template <class Job>
-double timed(benchmark::State &state, Job &&job)
-{
-    double total = 0;
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        if (!job()) {
-            state.SkipWithError("the job failed");
-            break;
-        }
-        total += seconds_since(start);
-    }
-    return total / static_cast<double>(std::max<int64_t>(state.iterations(), 1));
-}
-
 void BM_AverageByHand(benchmark::State &state)
 {
     data();
-    warm();
+    bench::warm(data().data);
     data().kernel_loop = timed(state, average_by_hand);
 }
 
@@ -342,7 +302,7 @@ void BM_ShadeByHand(benchmark::State &state)
 
 void BM_ShadePeer(benchmark::State &state)
 {
-    if (!have_peer()) {
+    if (!bench::have("gdaldem")) {
         state.SkipWithError("gdaldem is not installed (scripts/bench.sh installs it)");
         return;
     }

@@ -11,6 +11,8 @@
 // this process's peak resident memory, counting the mapped file.
 #include <benchmark/benchmark.h>
 
+#include "bench_common.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -28,6 +30,9 @@
 #include "vln_stats.h"
 
 namespace {
+
+using bench::peak_rss_mb;
+using bench::timed;
 
 constexpr int kLines = 10000, kCells = 10000, kBands = 3;
 
@@ -89,21 +94,6 @@ void remove_files()
     for (const std::string &f : {s.data, s.header, s.envi, s.stem + ".aux.xml"})
         std::remove(f.c_str());
 }
-
-double seconds_since(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double peak_rss_mb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return 0;
-}
-
 /* The same sums by hand: a pass of counts, ranges and sums, then a pass of
  * 256-bucket histograms and the covariance of every pair of bands. */
 bool stats_by_hand(Found &found)
@@ -179,12 +169,6 @@ bool stats_by_library(Found &found)
     ef_dshdr(d);
     return ok;
 }
-
-bool have_peer()
-{
-    return std::system("command -v gdalinfo >/dev/null 2>&1") == 0;
-}
-
 /* gdalinfo -stats, with the values it prints for each band. */
 bool stats_by_peer(Found &found)
 {
@@ -220,40 +204,16 @@ bool agree(const Found &a, const Found &b, double mean_tolerance)
     }
     return true;
 }
-
-void warm()
-{
-    std::ifstream in(data().data, std::ios::binary);
-    std::vector<char> block(1 << 20);
-    while (in.read(block.data(), static_cast<std::streamsize>(block.size()))) {
-    }
-}
-
-template <class Job>
-double timed(benchmark::State &state, Job &&job)
-{
-    double total = 0;
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        if (!job()) {
-            state.SkipWithError("the job failed");
-            break;
-        }
-        total += seconds_since(start);
-    }
-    return total / static_cast<double>(std::max<int64_t>(state.iterations(), 1));
-}
-
 void BM_StatsByHand(benchmark::State &state)
 {
     data();
-    warm();
+    bench::warm(data().data);
     data().loop_seconds = timed(state, [] { return stats_by_hand(data().loop); });
 }
 
 void BM_StatsPeer(benchmark::State &state)
 {
-    if (!have_peer()) {
+    if (!bench::have("gdalinfo")) {
         state.SkipWithError("gdalinfo is not installed (scripts/bench.sh installs it)");
         return;
     }

@@ -9,6 +9,8 @@
 // process's peak resident memory over all its own runs.
 #include <benchmark/benchmark.h>
 
+#include "bench_common.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -26,6 +28,9 @@
 #include "vln_vds.h"
 
 namespace {
+
+using bench::peak_rss_mb;
+using bench::timed;
 
 constexpr int kLines = 10000, kCells = 10000;
 
@@ -79,21 +84,6 @@ void remove_files()
                                  s.stem + ".alg"})
         std::remove(f.c_str());
 }
-
-double seconds_since(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double peak_rss_mb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return 0;
-}
-
 /* The algorithm of one layer over the dataset, at `width` by `height`, to
  * 32-bit reals. */
 std::string write_alg(int width, int height)
@@ -175,45 +165,16 @@ bool run_peer(const std::string &options)
                                 " '" + data().data + "' '" + data().stem + "_peer' 2>/dev/null";
     return std::system(command.c_str()) == 0;
 }
-
-bool have_peer()
-{
-    return std::system("command -v gdal_translate >/dev/null 2>&1") == 0;
-}
-
-void warm()
-{
-    std::ifstream in(data().data, std::ios::binary);
-    std::vector<char> block(1 << 20);
-    while (in.read(block.data(), static_cast<std::streamsize>(block.size()))) {
-    }
-}
-
-template <class Job>
-double timed(benchmark::State &state, Job &&job)
-{
-    double total = 0;
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        if (!job()) {
-            state.SkipWithError("the job failed");
-            break;
-        }
-        total += seconds_since(start);
-    }
-    return total / static_cast<double>(std::max<int64_t>(state.iterations(), 1));
-}
-
 void BM_CopyByHand(benchmark::State &state)
 {
     data();
-    warm();
+    bench::warm(data().data);
     data().loop_seconds = timed(state, copy_by_hand);
 }
 
 void BM_CopyPeer(benchmark::State &state)
 {
-    if (!have_peer()) {
+    if (!bench::have("gdal_translate")) {
         state.SkipWithError("gdal_translate is not installed (scripts/bench.sh installs it)");
         return;
     }
@@ -231,7 +192,7 @@ void BM_CopyEngine(benchmark::State &state)
 
 void BM_OverviewPeer(benchmark::State &state)
 {
-    if (!have_peer()) {
+    if (!bench::have("gdal_translate")) {
         state.SkipWithError("gdal_translate is not installed (scripts/bench.sh installs it)");
         return;
     }
