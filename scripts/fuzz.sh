@@ -4,7 +4,7 @@
 #   scripts/fuzz.sh fuzz_blocktext 600
 #
 # The corpus lives in build-fuzz/corpus/TARGET and is seeded from the golden
-# block-text documents, for fuzz_formula from the formula texts of
+# block-text documents, for fuzz_formula and fuzz_formula_eval from the formula texts of
 # tests/data/formula, and for fuzz_alg from the algorithms of tests/data/alg; crashes are kept in build-fuzz/artifacts/. A crash
 # found here becomes a regression test of its module.
 set -euo pipefail
@@ -23,7 +23,7 @@ corpus=$build/corpus/$target
 artifacts=$build/artifacts
 mkdir -p "$corpus" "$artifacts"
 case "$target" in
-  fuzz_formula) seeds=("$root"/tests/data/formula/*) ;;
+  fuzz_formula|fuzz_formula_eval) seeds=("$root"/tests/data/formula/*) ;;
   fuzz_alg)     seeds=("$root"/tests/data/alg/*) ;;
   *)            seeds=("$root"/tests/data/blocktext/* "$root"/tests/data/dshdr/*) ;;
 esac
