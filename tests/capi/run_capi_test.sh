@@ -20,6 +20,15 @@ case "$sanitize" in
     ;;
 esac
 
+# Every installed header stands alone in C: none needs C++ or a header that
+# isn't installed.
+for header in "$prefix"/include/vorlan/*.h; do
+  # shellcheck disable=SC2046
+  echo "#include \"$(basename "$header")\"" |
+    "$cc" -std=c11 -Wall -Werror -fsyntax-only -x c $(pkg-config --cflags vorlan) - ||
+    { echo "installed header $(basename "$header") does not compile as C" >&2; exit 1; }
+done
+
 export LD_LIBRARY_PATH="$(pkg-config --variable=libdir vorlan)"
 export VORLAN="$(pkg-config --variable=datadir vorlan)"
 for program in capi_test vds_capi_test; do
