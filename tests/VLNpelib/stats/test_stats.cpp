@@ -2,6 +2,7 @@
 // cells, polygon and class regions, the null test, subsampling, the cases at
 // the edges (all null, constant, one full cell), progress, what is kept and
 // what is redone, writing to the header, and the failures.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -329,6 +330,57 @@ TEST(Stats, FailuresLeaveTheRegionsAsTheyWere)
     EXPECT_NE(calc_stats(g.d, 1), 0);
     EXPECT_EQ(st::find_region(g.d, "All")->stats, before);
     EXPECT_EQ(st::find_region(g.d, "Below")->stats, nullptr);
+}
+
+}  // namespace
+
+namespace {
+
+/* A region in the last lines of a sparse data file past 4 GiB: the passes
+ * move the mapped view beyond the 32-bit offsets and find the cells there. */
+TEST(Stats, RegionPastFourGigabytesOfData)
+{
+    constexpr int kCells = 65536, kLines = 34000;  // 16-bit: 4.46 GB
+    st::TempDir dir;
+    const std::string header = dir.file("huge.vld");
+    dshdr *made = nullptr;
+    ASSERT_EQ(df_raster_dshdr(&made, header.c_str(), kCells, kLines, 1, Unsigned16BitInteger), 0);
+    made->info.r.cellinfo.x_dimension = made->info.r.cellinfo.y_dimension = 1.0;
+    ASSERT_EQ(ep_dshdr(made, header.c_str()), 0) << st::error_text();
+    ef_dshdr(made);
+    const std::string data = dir.file("huge");
+    const int fd = open(data.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+    ASSERT_GE(fd, 0);
+    const int64_t line_bytes = int64_t{kCells} * 2;
+    if (ftruncate(fd, line_bytes * kLines) != 0) {
+        close(fd);
+        GTEST_SKIP() << "no room for a sparse file of 4.46 GB here";
+    }
+    // Lines 33990 to 33999 hold cell + line at cells 100 to 199, zero elsewhere.
+    for (int l = 33990; l < kLines; l++) {
+        std::vector<uint16_t> cells(100);
+        for (int c = 0; c < 100; c++) cells[c] = static_cast<uint16_t>(100 + c + l - 33990);
+        ASSERT_EQ(pwrite(fd, cells.data(), 200, line_bytes * l + 200), 200);
+    }
+    close(fd);
+
+    dshdr *d = nullptr;
+    ASSERT_EQ(eg_dshdr(&d, header.c_str()), 0) << st::error_text();
+    // The whole image has statistics already, so only the new region is read.
+    msstats *kept = nullptr;
+    ASSERT_EQ(ea_msstats_spec(&kept, 1), 0);
+    st::find_region(d, "All")->stats = kept;
+    st::add_polygon(d, "Corner", {{100, 33990}, {200, 33990}, {200, 34000}, {100, 34000}});
+    ASSERT_EQ(calc_stats(d, 0), 0) << st::error_text();
+    const msstats *m = st::find_region(d, "Corner")->stats;
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(st::find_region(d, "All")->stats, kept);
+    EXPECT_EQ(m->non_null_cells[0], 1000);
+    EXPECT_EQ(m->minimum[0], 100);
+    EXPECT_EQ(m->maximum[0], 208);
+    // The mean of c + k over c in 100..199 and k in 0..9.
+    EXPECT_DOUBLE_EQ(m->mean[0], 149.5 + 4.5);
+    ef_dshdr(d);
 }
 
 }  // namespace
