@@ -202,9 +202,16 @@ static int check_inputs(calc_input *inputs, int n, dshdr **first)
 
 static int run(calc_input *inputs, int n, const char *formula, const char *output, int cell_type)
 {
+    /* From here a signal only sets a flag, so that the folder below goes too. */
+    vt_catch_signals();
     dshdr *first = NULL;
     int status = check_inputs(inputs, n, &first);
     if (status != 0) return status;
+    if (first->coordspace.coordsystype == CST_LL) {
+        ef_dshdr(first);
+        return vt_fail("calc", "%s: a first input in latitude and longitude is not supported",
+                       inputs[0].path);
+    }
 
     const char *tmp = getenv("VLNTMP");
     if (tmp == NULL || *tmp == '\0') tmp = getenv("TMPDIR");

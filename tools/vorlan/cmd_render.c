@@ -140,11 +140,11 @@ static int render(const char *name, const char *output, picture_kind kind, int w
     height = alg->output_height;
 
     vt_tempfile temp;
+    vt_catch_signals();
     if (vt_tempfile_init(&temp, "render", output, kind == PICTURE_PNG ? ".png" : ".ppm") != 0) {
         ef_algorithm(alg);
         return VT_FAILED;
     }
-    vt_catch_signals();
     int status = VT_OK;
     char *errmsg = NULL;
     Vds *vds = vds_open_alg_towin(alg, &errmsg, 16, 8, 0, NULL, NULL);

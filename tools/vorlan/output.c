@@ -83,10 +83,12 @@ int vt_tempfile_init(vt_tempfile *t, const char *sub, const char *final_path, co
 
 int vt_tempfile_commit(vt_tempfile *t, const char *sub)
 {
-    if (rename(t->temp_path, t->final_path) != 0)
-        return vt_fail(sub, "cannot rename %s to %s: %s", t->temp_path, t->final_path,
-                       strerror(errno)),
-               -1;
+    if (rename(t->temp_path, t->final_path) != 0) {
+        vt_fail(sub, "cannot rename %s to %s: %s", t->temp_path, t->final_path, strerror(errno));
+        return -1;
+    }
+    safe_free(t->temp_path); /* gone: nothing for a discard to remove */
+    t->temp_path = NULL;
     return 0;
 }
 
@@ -172,6 +174,7 @@ int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, in
         has_vld_suffix(out_header) ? strsave(out_header) : concat3(out_header, ".vld", "");
     char *data_final = VLN_strip_ext(header_final);
     vt_tempfile data, header = {NULL, NULL};
+    vt_catch_signals();
     if (vt_tempfile_init(&data, sub, data_final, "") != 0) {
         safe_free(header_final);
         safe_free(data_final);
@@ -179,7 +182,6 @@ int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, in
     }
     header.final_path = header_final;
     header.temp_path = concat3(data.temp_path, ".vld", "");
-    vt_catch_signals();
 
     safe_free(alg->output_file);
     alg->output_file = strsave(header.temp_path);
