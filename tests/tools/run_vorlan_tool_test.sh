@@ -222,5 +222,24 @@ status=$?
 grep -q "interrupted" err || fail "the interrupt said nothing"
 only_fixture_files . "an interrupt"
 
+# The same for calc and SIGTERM; its documents in the temporary folder go too.
+mkdir tmp
+long=$(awk 'BEGIN { s = "INPUT1"; for (i = 0; i < 400; i++) s = s " + INPUT1 * 3"; print s }')
+TMPDIR=$dir/tmp "$tool" calc -i big.vld -e "$long" -o big_calc.vld >out 2>err &
+pid=$!
+tries=0
+while [ -z "$(ls -A | grep '^\.big_calc\.')" ] && [ $tries -lt 300 ]; do
+    sleep 0.05
+    tries=$((tries + 1))
+done
+sleep 0.3
+kill -TERM $pid
+wait $pid
+status=$?
+[ $status -eq 130 ] || fail "terminated calc exited $status: $(cat err)"
+[ -z "$(ls -A tmp)" ] || fail "terminated calc left $(ls -A tmp) in the temporary folder"
+rmdir tmp
+only_fixture_files . "a termination"
+
 [ $failures -eq 0 ] || { echo "$failures failure(s)" >&2; exit 1; }
 echo "vorlan tool: all checks passed"
