@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config make
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  libgctp-dev libtiff-dev libgeotiff-dev libnetpbm-dev ghostscript
+  libgctp-dev libtiff-dev libgeotiff-dev libnetpbm-dev ghostscript libpng-dev
 )
 
 missing=()

@@ -1,0 +1,95 @@
+/*
+ * vorlan_tool.h: what the subcommands of the `vorlan` program share.
+ *
+ * Each subcommand is one file with one entry, `vt_cmd_NAME(argc, argv)`, that
+ * parses its own options (argv[0] is the subcommand's name) and returns the
+ * program's exit status: VT_OK, VT_FAILED when the library or the system
+ * refused, VT_USAGE for bad arguments, VT_INTERRUPTED after a signal.
+ *
+ * Outputs are written under temporary names beside their final ones and
+ * renamed into place only when whole; a failure or a signal removes them.
+ */
+#ifndef VORLAN_TOOL_H
+#define VORLAN_TOOL_H
+
+#include <signal.h>
+#include <stdio.h>
+
+#include "vld_alg.h"
+#include "vld_core.h"
+
+enum { VT_OK = 0, VT_FAILED = 1, VT_USAGE = 2, VT_INTERRUPTED = 130 };
+
+/* One subcommand: its name, a line for the program's help, its usage text
+ * (printed after a bad argument and by --help) and its entry. */
+typedef struct vt_command {
+    const char *name;
+    const char *summary;
+    const char *usage;
+    int (*run)(int argc, char **argv);
+} vt_command;
+
+int vt_cmd_info(int argc, char **argv);
+int vt_cmd_process(int argc, char **argv);
+int vt_cmd_calc(int argc, char **argv);
+int vt_cmd_stats(int argc, char **argv);
+int vt_cmd_render(int argc, char **argv);
+
+/* The command of a name, or null. */
+const vt_command *vt_find_command(const char *name);
+
+/* "vorlan SUB: <message>" on stderr, then SUB's usage; returns VT_USAGE. */
+int vt_usage_error(const char *sub, const char *format, ...) VLD_PRINTF(2, 3);
+/* "vorlan SUB: <message>" on stderr; returns VT_FAILED. */
+int vt_fail(const char *sub, const char *format, ...) VLD_PRINTF(2, 3);
+/* A text of the library as one line; returns VT_FAILED. */
+int vt_fail_text(const char *sub, const char *text);
+/* The library's last error as one line; returns VT_FAILED. */
+int vt_fail_library(const char *sub);
+/* Prints SUB's usage on `out`. */
+void vt_print_usage(const char *sub, FILE *out);
+
+/* True when argv holds --help or -h before any "--". */
+int vt_wants_help(int argc, char **argv);
+
+/* The word of `value` in an enum table, or "?". */
+const char *vt_word(const VLD_ENUM *table, int value);
+/* A cell type by keyword (case-insensitive, e.g. "Unsigned16BitInteger")
+ * or short name ("u8", "u16", "u32", "s8", "s16", "s32", "f32", "f64");
+ * CT_None when unknown. */
+int vt_parse_cell_type(const char *text);
+
+/* ------------------------------------------------------------- interrupts */
+
+/* Set by SIGINT and SIGTERM once vt_catch_signals has run. */
+extern volatile sig_atomic_t vt_interrupted;
+void vt_catch_signals(void);
+
+/* ------------------------------------------------------------- outputs */
+
+/* A file written under a temporary name in its final folder. */
+typedef struct vt_tempfile {
+    char *final_path;
+    char *temp_path;
+} vt_tempfile;
+
+/* Chooses a temporary name beside `final_path` ending in `suffix` (which may
+ * be empty); creates nothing. 0, or -1 after saying why. */
+int vt_tempfile_init(vt_tempfile *t, const char *sub, const char *final_path, const char *suffix);
+/* Renames the temporary file over the final one. 0, or -1 after saying why. */
+int vt_tempfile_commit(vt_tempfile *t, const char *sub);
+/* Removes the temporary file if it exists, and frees the names. */
+void vt_tempfile_discard(vt_tempfile *t);
+
+/* Gives an algorithm without an output size the size of its layers at their
+ * own cell size, and one without a resolution 96 dots per inch. 0, or VT_FAILED after saying why.
+ */
+int vt_default_window(const char *sub, algorithm *alg);
+
+/* Writes what `alg` computes as a new dataset: header `out_header` (".vld"
+ * is added when absent) and its data file beside it, in `cell_type`
+ * (CT_None: the algorithm's own output type). Takes care of temporary
+ * names, signals and cleanup; returns an exit status. */
+int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, int cell_type);
+
+#endif
