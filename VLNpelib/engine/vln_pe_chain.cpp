@@ -137,6 +137,9 @@ const transform *last_limit_transform(const stream *st)
 void setup_input_chain(funcnode **slot, pe_context *pe, pe_stream *ps, pe_input *input, int kind)
 {
     dsinput *d = ps->dsinput;
+    // A formula that reads a stream input the stream doesn't have.
+    if (kind == 1 && input == nullptr)
+        alg_internal_error(pe, "init_alg", __LINE__, "Formula Input 1 is not set up");
     switch (kind) {
         case 1:
             setup_inputnode(slot, pe, d, input, 1);
@@ -195,7 +198,7 @@ void setup_streamnodes(funcnode **slot, pe_context *pe, pe_streamgroup *, pe_str
 
     // 1: the formula and its inputs, at the dataset's resolution with margins.
     if (ps->formula == nullptr)
-        setup_input_chain(slot, pe, ps, &ps->inputs[0], 1);
+        setup_input_chain(slot, pe, ps, ps->nr_inputs > 0 ? &ps->inputs[0] : nullptr, 1);
     else
         setup_formulanode(slot, pe, group, ps);
     // 2, 3: kernels and transforms of the stream.

@@ -191,8 +191,13 @@ int read_inner(Vds *h, void **targets, int line)
         const int status = vds_read(h->inner_vds, targets, s->inner_runs.data(), 0);
         if (status != 0) {
             const char *text = status == 1 ? vds_error_text(h->inner_vds) : nullptr;
-            return VLD_setup_vds_error("%s", text != nullptr ? text
-                                                         : "The virtual dataset ended early");
+            // A failure of the engine's own (a dataset that can't be opened)
+            // leaves its text in the inner handle's context instead.
+            if (status == 1 && (text == nullptr || *text == '\0'))
+                text = h->inner_vds->context->error_text;
+            return VLD_setup_vds_error("%s", text != nullptr && *text != '\0'
+                                                 ? text
+                                                 : "The virtual dataset ended early");
         }
         h->next_line++;
     }

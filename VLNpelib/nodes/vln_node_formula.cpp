@@ -536,7 +536,8 @@ const NodeOps formula_ops = {init, nullptr, nullptr, read, close};
  * parsed formula. */
 void setup_formulanode(funcnode **slot, pe_context *pe, pe_streamgroup *, pe_stream *ps)
 {
-    if (ps->formula == nullptr) return setup_input_chain(slot, pe, ps, &ps->inputs[0], 1);
+    if (ps->formula == nullptr)
+        return setup_input_chain(slot, pe, ps, ps->nr_inputs > 0 ? &ps->inputs[0] : nullptr, 1);
     const bool process_nulls = ps->null_aware != 0;
     Converter conv(pe, ps, process_nulls);
     const int result = conv.convert(ps->formula);

@@ -104,7 +104,7 @@ static int draw(Vds *vds, picture *p, int width, int height)
             break;
         }
         if (vds_read(vds, lines, NULL, 0) != 0) {
-            status = vt_fail_text("render", vds_error_text(vds));
+            status = vt_fail_text("render", vt_read_error_text(vds));
             break;
         }
         /* Red in bits 16-23, green 8-15, blue 0-7: the shifts of the open. */

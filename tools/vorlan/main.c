@@ -97,6 +97,14 @@ int vt_fail(const char *sub, const char *format, ...)
     return VT_FAILED;
 }
 
+const char *vt_read_error_text(Vds *vds)
+{
+    const char *text = vds_error_text(vds);
+    if ((text == NULL || *text == '\0') && vds != NULL && vds->context != NULL)
+        text = vds->context->error_text;
+    return text;
+}
+
 int vt_fail_text(const char *sub, const char *text)
 {
     if (text == NULL || *text == '\0') text = "the library failed without a message";

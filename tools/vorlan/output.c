@@ -154,7 +154,7 @@ static int copy_lines(const char *sub, Vds *vds, rasterfile *writer, const dshdr
         }
         int read = vds_read(vds, lines, NULL, 0);
         if (read != 0) {
-            status = vt_fail_text(sub, vds_error_text(vds));
+            status = vt_fail_text(sub, vt_read_error_text(vds));
             break;
         }
         if (ep_raster(writer, lines, 1) != 0) {

@@ -17,6 +17,7 @@
 
 #include "vld_alg.h"
 #include "vld_core.h"
+#include "vln_vds.h"
 
 enum { VT_OK = 0, VT_FAILED = 1, VT_USAGE = 2, VT_INTERRUPTED = 130 };
 
@@ -44,6 +45,9 @@ int vt_usage_error(const char *sub, const char *format, ...) VLD_PRINTF(2, 3);
 int vt_fail(const char *sub, const char *format, ...) VLD_PRINTF(2, 3);
 /* A text of the library as one line; returns VT_FAILED. */
 int vt_fail_text(const char *sub, const char *text);
+/* Why a read of `vds` failed: the handle's text, or else the text a failure
+ * of the engine's own (a dataset that can't be opened) left in its context. */
+const char *vt_read_error_text(Vds *vds);
 /* The library's last error as one line; returns VT_FAILED. */
 int vt_fail_library(const char *sub);
 /* Prints SUB's usage on `out`. */

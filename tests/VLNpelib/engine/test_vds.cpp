@@ -199,6 +199,34 @@ TEST(Vds, FailedOpensGiveTheirTextAndNoHandle)
 }
 
 /* The dataset layout sets every surface to DATASET for the open alone. */
+/* A formula that reads a stream input the stream doesn't declare fails the
+ * open with its text, whether the formula is a plain input or not. */
+TEST(Vds, FormulaInputWithoutAStreamInputFailsTheOpen)
+{
+    init_engine();
+    TempDir dir;
+    std::string ds = eng::write_dataset(dir, "base", 8, 6, 2);
+    for (const char *formula : {"INPUT1", "INPUT1 * 2"}) {
+        SCOPED_TRACE(formula);
+        std::string text = eng::alg_text({0, 0, 8, 6, 8, 6, false, Unsigned16BitInteger, {{ds, 1, "a"}}});
+        const std::string block = "\t\t\tStreamInput Begin\n\t\t\t\tStreamInputID = 1\n\t\t\tStreamInput End\n";
+        ASSERT_NE(text.find(block), std::string::npos);
+        text.erase(text.find(block), block.size());
+        text.replace(text.find("Formula = \"INPUT1\""), 18, std::string("Formula = \"") + formula + "\"");
+        std::ofstream(dir.file("lost.alg")) << text;
+        algorithm *alg = nullptr;
+        ASSERT_EQ(eg_algorithm_with_transients(&alg, dir.file("lost.alg").c_str()), 0);
+        char *errmsg = nullptr;
+        Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+        EXPECT_EQ(vds, nullptr);
+        ASSERT_NE(errmsg, nullptr);
+        EXPECT_NE(std::string(errmsg).find("Formula Input 1 is not set up"), std::string::npos) << errmsg;
+        safe_free(errmsg);
+        vds_close(&vds);
+        ef_algorithm(alg);
+    }
+}
+
 TEST(Vds, DatasetOpenPutsTheSurfaceModesBack)
 {
     init_engine();
