@@ -12,10 +12,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include "vld_dshdr.h"
+#include "vln_pe.h"
 
 namespace bench {
 
@@ -87,6 +91,42 @@ double timed(benchmark::State &state, Job &&job, double *cpu = nullptr, bool set
     const double runs = static_cast<double>(std::max<int64_t>(state.iterations(), 1));
     if (cpu != nullptr) *cpu = cpu_total / runs;
     return total / runs;
+}
+
+/* A raster of `bands` bands of cells of type T (cell type `cell_type`),
+ * cell size 1: our header, the raw data file, and, when `envi` isn't empty,
+ * a header of the peers' raw format over the same file. `fill(line, band,
+ * cells)` gives the cells of one band of one line, in file order. */
+template <class T, class Fill>
+void write_raster(const std::string &header, const std::string &data, const std::string &envi,
+                  int cells, int lines, int bands, int cell_type, Fill &&fill)
+{
+    dshdr *w = nullptr;
+    df_raster_dshdr(&w, header.c_str(), cells, lines, bands, cell_type);
+    w->info.r.cellinfo.x_dimension = w->info.r.cellinfo.y_dimension = 1.0;
+    ep_dshdr(w, header.c_str());
+    ef_dshdr(w);
+    FILE *f = std::fopen(data.c_str(), "wb");
+    std::vector<T> line(static_cast<size_t>(cells));
+    for (int l = 0; l < lines; l++)
+        for (int b = 0; b < bands; b++) {
+            fill(l, b, line.data());
+            std::fwrite(line.data(), sizeof(T), line.size(), f);
+        }
+    std::fclose(f);
+    if (envi.empty()) return;
+    const int envi_type = cell_type == IEEE4ByteReal ? 4 : 12;  // the two the benchmarks write
+    std::ofstream(envi) << "ENVI\nsamples = " << cells << "\nlines = " << lines
+                        << "\nbands = " << bands << "\nheader offset = 0\nfile type = ENVI Standard\n"
+                        << "data type = " << envi_type << "\ninterleave = bil\nbyte order = 0\n";
+}
+
+/* The environment the engine needs, and its start. */
+inline void start_engine(const char *program)
+{
+    setenv("VORLAN", VORLAN_SHARE_DIR, 0);
+    setenv("VLN_MACHINE_TYPE", "linux", 0);
+    PE_initialise(program);
 }
 
 }  // namespace bench

@@ -72,24 +72,15 @@ Data &data()
         s->header = stem + ".vld";
         s->data = stem;
         s->alg = stem + ".alg";
-        dshdr *w = nullptr;
-        df_raster_dshdr(&w, s->header.c_str(), kCells, kLines, 1, Unsigned16BitInteger);
-        w->info.r.cellinfo.x_dimension = w->info.r.cellinfo.y_dimension = 1.0;
-        ep_dshdr(w, s->header.c_str());
-        ef_dshdr(w);
-        FILE *f = std::fopen(s->data.c_str(), "wb");
-        std::vector<uint16_t> line(static_cast<size_t>(kCells));
-        for (int l = 0; l < kLines; l++) {
-            for (int c = 0; c < kCells; c++) line[c] = static_cast<uint16_t>(l * 3 + c + 1);
-            std::fwrite(line.data(), 2, line.size(), f);
-        }
-        std::fclose(f);
+        bench::write_raster<uint16_t>(
+            s->header, s->data, "", kCells, kLines, 1, Unsigned16BitInteger,
+            [](int l, int, uint16_t *line) {
+                for (int c = 0; c < kCells; c++) line[c] = static_cast<uint16_t>(l * 3 + c + 1);
+            });
         std::ofstream(s->alg) << alg_text(s->header);
         std::atexit(remove_files);
         eg_dshdr(&s->d, s->header.c_str());
-        setenv("VORLAN", VORLAN_SHARE_DIR, 0);
-        setenv("VLN_MACHINE_TYPE", "linux", 0);
-        PE_initialise("bench_engine");
+        bench::start_engine("bench_engine");
         return s;
     }();
     return *s;

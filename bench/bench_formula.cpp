@@ -84,24 +84,11 @@ Data &data()
         s->alg = s->stem + ".alg";
         s->script = s->stem + "_numexpr.py";
         s->loop_out = s->stem + "_loop";
-        dshdr *w = nullptr;
-        df_raster_dshdr(&w, s->header.c_str(), kCells, kLines, 2, Unsigned16BitInteger);
-        w->info.r.cellinfo.x_dimension = w->info.r.cellinfo.y_dimension = 1.0;
-        ep_dshdr(w, s->header.c_str());
-        ef_dshdr(w);
-        FILE *f = std::fopen(s->data.c_str(), "wb");
-        std::vector<uint16_t> line(static_cast<size_t>(kCells) * 2);
-        for (int l = 0; l < kLines; l++) {
-            for (int c = 0; c < kCells; c++) {
-                line[c] = band1(l, c);
-                line[kCells + c] = band2(l, c);
-            }
-            std::fwrite(line.data(), 2, line.size(), f);
-        }
-        std::fclose(f);
-        std::ofstream(s->envi) << "ENVI\nsamples = " << kCells << "\nlines = " << kLines
-                               << "\nbands = 2\nheader offset = 0\nfile type = ENVI Standard\n"
-                                  "data type = 12\ninterleave = bil\nbyte order = 0\n";
+        bench::write_raster<uint16_t>(
+            s->header, s->data, s->envi, kCells, kLines, 2, Unsigned16BitInteger,
+            [](int l, int b, uint16_t *line) {
+                for (int c = 0; c < kCells; c++) line[c] = b == 0 ? band1(l, c) : band2(l, c);
+            });
         std::ofstream(s->script) << kScript;
         std::ofstream(s->alg)
             << "Algorithm Begin\n\tVersion = \"7.0\"\n\tName = \"ndi\"\n"
@@ -126,9 +113,7 @@ Data &data()
                "\t\t\t\t\tBandNumber = 2\n\t\t\t\tFormulaArg End\n"
                "\t\t\tFormula End\n\t\tStream End\n\tSurface End\nAlgorithm End\n";
         std::atexit(remove_files);
-        setenv("VORLAN", VORLAN_SHARE_DIR, 0);
-        setenv("VLN_MACHINE_TYPE", "linux", 0);
-        PE_initialise("bench_formula");
+        bench::start_engine("bench_formula");
         return s;
     }();
     return *s;

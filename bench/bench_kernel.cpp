@@ -66,26 +66,12 @@ Data &data()
         s->header = s->stem + ".vld";
         s->data = s->stem;
         s->envi = s->stem + ".hdr";
-        dshdr *w = nullptr;
-        df_raster_dshdr(&w, s->header.c_str(), kCells, kLines, 1, IEEE4ByteReal);
-        w->info.r.cellinfo.x_dimension = w->info.r.cellinfo.y_dimension = 1.0;
-        ep_dshdr(w, s->header.c_str());
-        ef_dshdr(w);
-        FILE *f = std::fopen(s->data.c_str(), "wb");
-        std::vector<float> line(static_cast<size_t>(kCells));
-        for (int l = 0; l < kLines; l++) {
-            for (int c = 0; c < kCells; c++) line[c] = ground(l, c);
-            std::fwrite(line.data(), 4, line.size(), f);
-        }
-        std::fclose(f);
-        // The peer reads the same raw file through a header of its own format.
-        std::ofstream(s->envi) << "ENVI\nsamples = " << kCells << "\nlines = " << kLines
-                               << "\nbands = 1\nheader offset = 0\nfile type = ENVI Standard\n"
-                                  "data type = 4\ninterleave = bsq\nbyte order = 0\n";
+        bench::write_raster<float>(s->header, s->data, s->envi, kCells, kLines, 1, IEEE4ByteReal,
+                                   [](int l, int, float *line) {
+                                       for (int c = 0; c < kCells; c++) line[c] = ground(l, c);
+                                   });
         std::atexit(remove_files);
-        setenv("VORLAN", VORLAN_SHARE_DIR, 0);
-        setenv("VLN_MACHINE_TYPE", "linux", 0);
-        PE_initialise("bench_kernel");
+        bench::start_engine("bench_kernel");
         return s;
     }();
     return *s;

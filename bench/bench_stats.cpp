@@ -59,28 +59,17 @@ Data &data()
         s->header = s->stem + ".vld";
         s->data = s->stem;
         s->envi = s->stem + ".hdr";
-        dshdr *w = nullptr;
-        df_raster_dshdr(&w, s->header.c_str(), kCells, kLines, kBands, Unsigned16BitInteger);
-        ep_dshdr(w, s->header.c_str());
-        ef_dshdr(w);
         // Bands that differ and correlate, over most of the 16-bit range.
-        FILE *f = std::fopen(s->data.c_str(), "wb");
-        std::vector<uint16_t> line(static_cast<size_t>(kCells));
         uint32_t noise = 12345;
-        for (int l = 0; l < kLines; l++)
-            for (int b = 0; b < kBands; b++) {
+        bench::write_raster<uint16_t>(
+            s->header, s->data, s->envi, kCells, kLines, kBands, Unsigned16BitInteger,
+            [&noise](int l, int b, uint16_t *line) {
                 for (int c = 0; c < kCells; c++) {
                     noise = noise * 1664525u + 1013904223u;
                     uint32_t base = static_cast<uint32_t>(l * 3 + c * 2) % 40000;
                     line[c] = static_cast<uint16_t>(base + (b + 1) * (noise >> 20) % 20000);
                 }
-                std::fwrite(line.data(), 2, line.size(), f);
-            }
-        std::fclose(f);
-        std::ofstream(s->envi) << "ENVI\nsamples = " << kCells << "\nlines = " << kLines
-                               << "\nbands = " << kBands
-                               << "\nheader offset = 0\nfile type = ENVI Standard\n"
-                                  "data type = 12\ninterleave = bil\nbyte order = 0\n";
+            });
         std::atexit(remove_files);
         setenv("VORLAN", VORLAN_SHARE_DIR, 0);
         return s;

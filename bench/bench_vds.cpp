@@ -51,26 +51,13 @@ Data &data()
         s->envi = s->stem + ".hdr";
         s->out_header = s->stem + "_out.vld";
         s->out_data = s->stem + "_out";
-        dshdr *w = nullptr;
-        df_raster_dshdr(&w, s->header.c_str(), kCells, kLines, 1, Unsigned16BitInteger);
-        w->info.r.cellinfo.x_dimension = w->info.r.cellinfo.y_dimension = 1.0;
-        ep_dshdr(w, s->header.c_str());
-        ef_dshdr(w);
-        FILE *f = std::fopen(s->data.c_str(), "wb");
-        std::vector<uint16_t> line(static_cast<size_t>(kCells));
-        for (int l = 0; l < kLines; l++) {
-            for (int c = 0; c < kCells; c++) line[c] = static_cast<uint16_t>(l * 7 + c);
-            std::fwrite(line.data(), 2, line.size(), f);
-        }
-        std::fclose(f);
-        // The peer reads the same raw file through a header of its own format.
-        std::ofstream(s->envi) << "ENVI\nsamples = " << kCells << "\nlines = " << kLines
-                               << "\nbands = 1\nheader offset = 0\nfile type = ENVI Standard\n"
-                                  "data type = 12\ninterleave = bsq\nbyte order = 0\n";
+        bench::write_raster<uint16_t>(
+            s->header, s->data, s->envi, kCells, kLines, 1, Unsigned16BitInteger,
+            [](int l, int, uint16_t *line) {
+                for (int c = 0; c < kCells; c++) line[c] = static_cast<uint16_t>(l * 7 + c);
+            });
         std::atexit(remove_files);
-        setenv("VORLAN", VORLAN_SHARE_DIR, 0);
-        setenv("VLN_MACHINE_TYPE", "linux", 0);
-        PE_initialise("bench_vds");
+        bench::start_engine("bench_vds");
         return s;
     }();
     return *s;
