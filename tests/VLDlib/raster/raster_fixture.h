@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "temp_dir.h"
 #include "vld_dshdr.h"
 #include "vld_raster.h"
 #include "vln_path.h"
@@ -28,19 +29,7 @@ inline std::string error_text()
     return VLD_error.text ? VLD_error.text : "";
 }
 
-class TempDir {
-   public:
-    TempDir()
-    {
-        char pattern[] = "/tmp/vld_raster_XXXXXX";
-        path_ = mkdtemp(pattern);
-    }
-    ~TempDir() { vln_rmrfdir(path_.c_str()); }
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
-
-   private:
-    std::string path_;
-};
+using test_support::TempDir;
 
 /* The value of a cell: small enough for a signed 8-bit cell. */
 inline double cell_value(int band, int line, int cell)

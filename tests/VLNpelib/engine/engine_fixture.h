@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "temp_dir.h"
 #include "vld_alg.h"
 #include "vld_dshdr.h"
 #include "vln_path.h"
@@ -25,19 +26,7 @@
 
 namespace eng {
 
-class TempDir {
-   public:
-    TempDir()
-    {
-        char pattern[] = "/tmp/vln_engine_XXXXXX";
-        path_ = mkdtemp(pattern);
-    }
-    ~TempDir() { vln_rmrfdir(path_.c_str()); }
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
-
-   private:
-    std::string path_;
-};
+using test_support::TempDir;
 
 /* The value of a cell of a 16-bit dataset. */
 inline uint16_t value16(int band, int line, int cell)

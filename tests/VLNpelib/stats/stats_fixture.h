@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "temp_dir.h"
 #include "vld_dshdr.h"
 #include "vln_path.h"
 
@@ -29,19 +30,7 @@ inline std::string error_text()
     return VLD_error.text ? VLD_error.text : "";
 }
 
-class TempDir {
-   public:
-    TempDir()
-    {
-        char pattern[] = "/tmp/vln_stats_XXXXXX";
-        path_ = mkdtemp(pattern);
-    }
-    ~TempDir() { vln_rmrfdir(path_.c_str()); }
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
-
-   private:
-    std::string path_;
-};
+using test_support::TempDir;
 
 /* The host's bytes of `value` as a cell of `type`. */
 inline void put_cell(std::string &out, double value, int type)
