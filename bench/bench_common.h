@@ -18,8 +18,11 @@
 #include <string>
 #include <vector>
 
+#include "vld_alg.h"
 #include "vld_dshdr.h"
+#include "vld_raster.h"
 #include "vln_pe.h"
+#include "vln_vds.h"
 
 namespace bench {
 
@@ -119,6 +122,41 @@ void write_raster(const std::string &header, const std::string &data, const std:
     std::ofstream(envi) << "ENVI\nsamples = " << cells << "\nlines = " << lines
                         << "\nbands = " << bands << "\nheader offset = 0\nfile type = ENVI Standard\n"
                         << "data type = " << envi_type << "\ninterleave = bil\nbyte order = 0\n";
+}
+
+/* The algorithm in `alg_path` opened as a dataset and every line of its one
+ * band written to a new raster `out_header` of cells x lines of `cell_type`:
+ * the engine's side of a job. True when all lines came and were written. */
+inline bool run_tods(const std::string &alg_path, const std::string &out_header, int cells,
+                     int lines, int cell_type)
+{
+    algorithm *alg = nullptr;
+    if (eg_algorithm_with_transients(&alg, alg_path.c_str()) != 0) return false;
+    char *errmsg = nullptr;
+    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
+    if (vds == nullptr) {
+        std::fprintf(stderr, "open: %s\n", errmsg != nullptr ? errmsg : "?");
+        safe_free(errmsg);
+        ef_algorithm(alg);
+        return false;
+    }
+    dshdr *out = nullptr;
+    df_raster_dshdr(&out, out_header.c_str(), cells, lines, 1, cell_type);
+    rasterfile writer;
+    bool ok = eow_raster(&writer, out) == 0;
+    std::vector<double> line(static_cast<size_t>(cells));  // room for any type
+    void *line_of[] = {line.data()};
+    rlseg *runs[] = {nullptr};
+    int n = 0;
+    while (ok && vds_read(vds, line_of, runs, 0) == 0) {
+        ok = ep_raster(&writer, line_of, 1) == 0;
+        n++;
+    }
+    ok = ec_raster(&writer) == 0 && ok && n == lines;
+    vds_close(&vds);
+    ef_dshdr(out);
+    ef_algorithm(alg);
+    return ok;
 }
 
 /* The environment the engine needs, and its start. */

@@ -169,34 +169,7 @@ bool ndi_by_hand()
 
 bool ndi_through_engine()
 {
-    algorithm *alg = nullptr;
-    if (eg_algorithm_with_transients(&alg, data().alg.c_str()) != 0) return false;
-    char *errmsg = nullptr;
-    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
-    if (vds == nullptr) {
-        std::fprintf(stderr, "open: %s\n", errmsg != nullptr ? errmsg : "?");
-        safe_free(errmsg);
-        ef_algorithm(alg);
-        return false;
-    }
-    const std::string out_header = data().stem + "_engine.vld";
-    dshdr *out = nullptr;
-    df_raster_dshdr(&out, out_header.c_str(), kCells, kLines, 1, IEEE4ByteReal);
-    rasterfile writer;
-    bool ok = eow_raster(&writer, out) == 0;
-    std::vector<float> line(kCells);
-    void *lines[] = {line.data()};
-    rlseg *runs[] = {nullptr};
-    int n = 0;
-    while (ok && vds_read(vds, lines, runs, 0) == 0) {
-        ok = ep_raster(&writer, lines, 1) == 0;
-        n++;
-    }
-    ok = ec_raster(&writer) == 0 && ok && n == kLines;
-    vds_close(&vds);
-    ef_dshdr(out);
-    ef_algorithm(alg);
-    return ok;
+    return bench::run_tods(data().alg, data().stem + "_engine.vld", kCells, kLines, IEEE4ByteReal);
 }
 bool ndi_gdal_calc()
 {

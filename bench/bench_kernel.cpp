@@ -130,34 +130,7 @@ std::string shading_lines()
 /* Opens the algorithm for a dataset and writes every line to a new dataset. */
 bool run_engine(const std::string &alg_path, int cell_type)
 {
-    algorithm *alg = nullptr;
-    if (eg_algorithm_with_transients(&alg, alg_path.c_str()) != 0) return false;
-    char *errmsg = nullptr;
-    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
-    if (vds == nullptr) {
-        std::fprintf(stderr, "open: %s\n", errmsg != nullptr ? errmsg : "?");
-        safe_free(errmsg);
-        ef_algorithm(alg);
-        return false;
-    }
-    const std::string out_header = file("_engine.vld");
-    dshdr *out = nullptr;
-    df_raster_dshdr(&out, out_header.c_str(), kCells, kLines, 1, cell_type);
-    rasterfile writer;
-    bool ok = eow_raster(&writer, out) == 0;
-    std::vector<double> line(static_cast<size_t>(kCells));  // room for any type
-    void *lines[] = {line.data()};
-    rlseg *runs[] = {nullptr};
-    int n = 0;
-    while (ok && vds_read(vds, lines, runs, 0) == 0) {
-        ok = ep_raster(&writer, lines, 1) == 0;
-        n++;
-    }
-    ok = ec_raster(&writer) == 0 && ok && n == kLines;
-    vds_close(&vds);
-    ef_dshdr(out);
-    ef_algorithm(alg);
-    return ok;
+    return bench::run_tods(alg_path, file("_engine.vld"), kCells, kLines, cell_type);
 }
 
 /* Line kCheckLine of the engine's output equals the hand loop's. */

@@ -99,33 +99,8 @@ std::string write_alg(int width, int height)
 /* Opens the algorithm for a dataset and writes every line to a new dataset. */
 bool copy_through_engine(int width, int height)
 {
-    algorithm *alg = nullptr;
-    if (eg_algorithm_with_transients(&alg, write_alg(width, height).c_str()) != 0) return false;
-    char *errmsg = nullptr;
-    Vds *vds = vds_open_alg_tods(alg, &errmsg, nullptr, nullptr);
-    if (vds == nullptr) {
-        std::fprintf(stderr, "open: %s\n", errmsg != nullptr ? errmsg : "?");
-        safe_free(errmsg);
-        ef_algorithm(alg);
-        return false;
-    }
-    dshdr *out = nullptr;
-    df_raster_dshdr(&out, data().out_header.c_str(), width, height, 1, IEEE4ByteReal);
-    rasterfile writer;
-    bool ok = eow_raster(&writer, out) == 0;
-    std::vector<float> line(static_cast<size_t>(width));
-    void *lines[] = {line.data()};
-    rlseg *runs[] = {nullptr};
-    int n = 0;
-    while (ok && vds_read(vds, lines, runs, 0) == 0) {
-        ok = ep_raster(&writer, lines, 1) == 0;
-        n++;
-    }
-    ok = ec_raster(&writer) == 0 && ok && n == height;
-    vds_close(&vds);
-    ef_dshdr(out);
-    ef_algorithm(alg);
-    return ok;
+    return bench::run_tods(write_alg(width, height), data().out_header, width, height,
+                           IEEE4ByteReal);
 }
 
 /* The copy as one would write it by hand: read a line, widen, write it. */
