@@ -52,6 +52,13 @@ static const vt_command commands[] = {
      "  -o, --output FILE   a binary PPM or a PNG, by the name's extension\n"
      "  -s, --size WxH      the picture's size; default the algorithm's output size\n",
      vt_cmd_render},
+    {"demo", "draw every bundled example into a folder",
+     "usage: vorlan demo [-o DIR] [--size WxH]\n"
+     "  Renders each example algorithm of $VORLAN/examples as DIR/NAME.png and\n"
+     "  says where they are.\n"
+     "  -o, --output DIR    the folder, made if missing; default ./vorlan-demo\n"
+     "  -s, --size WxH      every picture's size; default each algorithm's own\n",
+     vt_cmd_demo},
 };
 
 static const char program_usage[] =
