@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Sets up the machine, builds the library and runs the main job on the bundled
-# example: vorlan-info describes the algorithm share/vorlan/examples/coast.alg.
+# Sets up the machine, builds the library, its tool and the bundled examples
+# (the build generates their datasets), and runs the main job: `vorlan demo`
+# draws every example as a PNG into ./vorlan-demo and says where.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 scripts/build.sh normal
 export VORLAN="$PWD/share/vorlan"
-build/tools/vorlan-info "$VORLAN/examples/coast.alg"
+build/tools/vorlan demo -o vorlan-demo
