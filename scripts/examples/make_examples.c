@@ -319,7 +319,7 @@ static void cell_spectrum(const float *heights, int line, int cell, uint16_t out
         s.r *= light;
         s.n *= light;
     }
-    const double grain = 1.0 + 0.03 * value_noise(x / 60.0, y / 60.0, 97u);
+    const double grain = 1.0 + 0.01 * value_noise(x / 60.0, y / 60.0, 97u);
     out[0] = reflectance(s.b * grain);
     out[1] = reflectance(s.g * grain);
     out[2] = reflectance(s.r * grain);
