@@ -53,9 +53,17 @@ bool guarded(pe_context *pe, Body &&body)
 
 /* ---------------------------------------------------------------- node kinds */
 
-/* The hooks of one node kind, as its file defines them. */
+/* Starts a node at a later line: its next read delivers its output line
+ * `first` (counted from 0), as if every line before had been read. The hook
+ * sets the node's counters and starts each input where that line needs it,
+ * through start_at_line. */
+using pe_skip_hook = void (*)(funcnode *node, int first);
+
+/* The hooks of one node kind, as its file defines them. A kind without a
+ * skip hook maps lines one to one: its inputs start at the same line. */
 struct NodeOps {
     pe_hook init, post_init, start, read, close;
+    pe_skip_hook skip = nullptr;
 };
 
 /* A row of the kind table: a kind's value, its name and its hooks (null for
@@ -237,6 +245,21 @@ int pe_read_lines(pe_context *pe, int which, void **lines, rlseg **rlsegs);
 /* One call of `root_read` on `root` under the handle's target: 0, -1 when
  * there is no root, 1 on failure. */
 int pe_guarded_read(pe_context *pe, funcnode *root, void (*root_read)(funcnode *root));
+
+/* Starts `node` at line `first` (its kind's skip hook, or every input at the
+ * same line). */
+void start_at_line(funcnode *node, int first);
+/* Starts every input of `node` at line `first`. */
+void start_inputs_at_line(funcnode *node, int first);
+
+/* Makes the next read of the handle's trees deliver line `first` of the
+ * image and the read after line `first + count - 1` the end, with every
+ * line the same bytes as when the image is read from its top: the tree is
+ * planned for the whole image, and each node starts where that line needs
+ * it. Only before the first read. 0, or 1 with the text in the context. */
+int pe_set_line_range(pe_context *pe, int first, int count);
+/* The root's part of it: its line counter and its end. */
+void root_set_line_range(funcnode *root, int first, int end);
 
 /* The sampling rule of every resampling node. */
 void setup_sample_array(int *array, int count, double source_span, double destination_span,

@@ -149,26 +149,33 @@ int read_view_line(Vds *h, int line)
     return 0;
 }
 
-/* Opens the inner virtual dataset from line `from` of the rectangle to its end. */
+/* Opens the inner virtual dataset over the whole rectangle, its reads
+ * starting at line `from`: the lines are those of a read from the top. */
 int open_inner_from(Vds *h, int from)
 {
     MappedState *s = state_of(h);
     vds_close(&h->inner_vds);
     std::fill(s->inner_runs.begin(), s->inner_runs.end(), nullptr);  // went with the handle
     char *errmsg = nullptr;
-    h->inner_vds = vds_vopen(h->dsh, h->first_line + from, h->nr_lines - from, h->first_cell,
-                             h->nr_cells, h->bands, h->nr_bands, &errmsg);
+    h->inner_vds = vds_vopen(h->dsh, h->first_line, h->nr_lines, h->first_cell, h->nr_cells,
+                             h->bands, h->nr_bands, &errmsg);
     if (h->inner_vds == nullptr) {
         const int status = VLD_setup_vds_error("%s", errmsg != nullptr ? errmsg : "");
         safe_free(errmsg);
         return status;
     }
+    if (from > 0)
+        if (int status = vds_set_line_range(h->inner_vds, from, h->nr_lines - from)) return status;
     h->next_line = from;
     return 0;
 }
 
-int open_inner(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first_cell,
-               int nr_cells, const int *bands, int nr_bands, int out_type)
+/* Lines further ahead than this are reached by a new start rather than by
+ * reading the lines between. */
+constexpr int inner_skip_reopen = 32;
+
+int open_inner(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_cells,
+               const int *bands, int nr_bands, int out_type)
 {
     Vds *h = new_handle(dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands, out_type);
     h->mode = 0;
@@ -185,7 +192,7 @@ int open_inner(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
 int read_inner(Vds *h, void **targets, int line)
 {
     MappedState *s = state_of(h);
-    if (line < h->next_line)
+    if (line < h->next_line || line > h->next_line + inner_skip_reopen)
         if (int status = open_inner_from(h, line)) return status;
     while (h->next_line <= line) {
         const int status = vds_read(h->inner_vds, targets, s->inner_runs.data(), 0);
@@ -195,9 +202,8 @@ int read_inner(Vds *h, void **targets, int line)
             // leaves its text in the inner handle's context instead.
             if (status == 1 && (text == nullptr || *text == '\0'))
                 text = h->inner_vds->context->error_text;
-            return VLD_setup_vds_error("%s", text != nullptr && *text != '\0'
-                                                 ? text
-                                                 : "The virtual dataset ended early");
+            return VLD_setup_vds_error(
+                "%s", text != nullptr && *text != '\0' ? text : "The virtual dataset ended early");
         }
         h->next_line++;
     }
@@ -218,7 +224,8 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         return VLD_setup_error(VLD_ERR_MESSAGE, "The dataset is not a raster");
     const dshdr *source = dsh->source_dsh;
     const bool resampled = (dsh->flags & DSHDR_FLAG_RESAMPLED) != 0;
-    const bool warped = source != nullptr && !coordspaces_equal(&source->coordspace, &dsh->coordspace);
+    const bool warped =
+        source != nullptr && !coordspaces_equal(&source->coordspace, &dsh->coordspace);
     if (dsh->algorithm != nullptr && !warped && !resampled)
         return open_inner(handle, dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands,
                           out_type);

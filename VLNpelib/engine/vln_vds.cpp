@@ -254,8 +254,8 @@ Vds *vds_open(dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_c
             numbers[i] = band_names != nullptr && band_names[i] != nullptr
                              ? std::atoi(band_names[i]) - 1
                              : i;
-        return vds_vopen(dsh, first_line, nr_lines, first_cell, nr_cells, numbers.data(),
-                         nr_bands, errmsg);
+        return vds_vopen(dsh, first_line, nr_lines, first_cell, nr_cells, numbers.data(), nr_bands,
+                         errmsg);
     }
     auto *raster = static_cast<rasterfile *>(malloc_or_die(sizeof(rasterfile)));
     std::memset(raster, 0, sizeof *raster);
@@ -270,6 +270,18 @@ Vds *vds_open(dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_c
     std::memset(vds, 0, sizeof *vds);
     vds->raster = raster;
     return vds;
+}
+
+/* ---------------------------------------------------------------- a band of lines */
+
+int vds_set_line_range(Vds *vds, int first_line, int nr_lines)
+{
+    if (vds == nullptr || vds->context == nullptr || vds->context->is_3d)
+        return VLD_setup_vds_error("Lines can be chosen only on an open algorithm");
+    pe_context *pe = vds->context;
+    if (pe_set_line_range(pe, first_line, nr_lines) != 0)
+        return VLD_setup_vds_error("%s", pe->error_text);
+    return 0;
 }
 
 /* ---------------------------------------------------------------- reads */
@@ -392,7 +404,8 @@ void register_file_to_delete_on_close(pe_context *context, const char *path)
 {
     if (context == nullptr || path == nullptr) return;
     const int n = context->nr_delete_files;
-    auto **files = static_cast<char **>(pe_malloc(context, static_cast<int64_t>(n + 1) * sizeof(char *)));
+    auto **files =
+        static_cast<char **>(pe_malloc(context, static_cast<int64_t>(n + 1) * sizeof(char *)));
     if (n > 0) std::memcpy(files, context->delete_files, static_cast<size_t>(n) * sizeof(char *));
     files[n] = pe_strsave(context, path);
     if (context->delete_files != nullptr) pe_free(context, context->delete_files);
@@ -400,8 +413,7 @@ void register_file_to_delete_on_close(pe_context *context, const char *path)
     context->nr_delete_files = n + 1;
 }
 
-void pe_init_3d_func_ptrs(vds_open_3d_fn open_fn, vds_read_3d_fn read_fn,
-                          vds_close_3d_fn close_fn)
+void pe_init_3d_func_ptrs(vds_open_3d_fn open_fn, vds_read_3d_fn read_fn, vds_close_3d_fn close_fn)
 {
     g_open_3d.store(open_fn);
     g_read_3d.store(read_fn);

@@ -66,6 +66,16 @@ VLD_API Vds *vds_vopen(dshdr *dsh, int first_line, int nr_lines, int first_cell,
 VLD_API Vds *vds_open(dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_cells,
                       char **band_names, int nr_bands, char **errmsg);
 
+/* ---------------------------------------------------------------- a band of lines */
+
+/* Makes the reads of an open algorithm deliver lines `first_line` to
+ * `first_line + nr_lines - 1` of its image and then end; each line is the
+ * same, byte for byte, as a read from the top gives. Many handles over one
+ * algorithm, each with its own band on its own thread, thus make the image
+ * together. Before the first read only. 0, or VLD_ERR_VDS with the text
+ * (also in vds_error_text). */
+VLD_API int vds_set_line_range(Vds *vds, int first_line, int nr_lines);
+
 /* ---------------------------------------------------------------- reads */
 
 /* `lines`: one address per band of at least OutputWidth cells; `rlsegs` one
@@ -75,8 +85,7 @@ VLD_API int vds_read_tobuffers(Vds *vds, void **lines);
 /* `pp_lines` gets one run table per surface, which the caller frees. */
 VLD_API int vds_read_toppbuffers(Vds *vds, void **lines, uint32_t **pp_lines);
 /* `rlsegs` has two entries per surface: RGB at 2 * s, height at 2 * s + 1. */
-VLD_API int vds_read_to_ms_rgbh(Vds *vds, void **rgb_lines, void **height_lines,
-                                rlseg **rlsegs);
+VLD_API int vds_read_to_ms_rgbh(Vds *vds, void **rgb_lines, void **height_lines, rlseg **rlsegs);
 /* The lines the buffer layouts fill: twelve bytes per surface, 1 where the
  * line is needed. Returns the number of surfaces. */
 VLD_API int vds_buffers_needed(Vds *vds, uint8_t *needs);
@@ -101,8 +110,7 @@ VLD_API void vds_free_histograms(histogram **list);
 
 typedef void *(*vds_open_3d_fn)(algorithm *alg, char **errmsg, pe_progress_fn progress_fn,
                                 void *progress_arg);
-typedef int (*vds_read_3d_fn)(void *handle, char **text, void **lines, rlseg **rlsegs,
-                              int which);
+typedef int (*vds_read_3d_fn)(void *handle, char **text, void **lines, rlseg **rlsegs, int which);
 typedef void (*vds_close_3d_fn)(void *handle);
 /* Installs a renderer of 3D views; before any thread opens. A null open
  * function means there is none. */

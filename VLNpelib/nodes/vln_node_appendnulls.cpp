@@ -117,11 +117,25 @@ void read(funcnode *node)
                     out->line_size - canvas_bytes);
 }
 
+/* The lines before `first` have each taken a pattern line where they had
+ * cells of the pattern, so the cycle goes on from their count. */
+void skip(funcnode *node, int first)
+{
+    auto *p = vln_pe::priv<AppendNulls>(node);
+    const bool canvas_patterned =
+        !(p->canvas_lines < p->window_lines || p->canvas_cells >= node->output->nr_cells);
+    const int canvas_before = first < p->canvas_lines ? first : p->canvas_lines;
+    const int64_t taken = (canvas_patterned ? canvas_before : 0) + (first - canvas_before);
+    p->line = first;
+    p->next_pattern = static_cast<int>(taken % 4);
+    start_at_line(node->inputs[0].node, canvas_before);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps appendnulls_ops;
-const NodeOps appendnulls_ops = {init, nullptr, nullptr, read, nullptr};
+const NodeOps appendnulls_ops = {init, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 /* Fills the window around the canvas: a stage over the image's tree, whose

@@ -150,6 +150,23 @@ void bilinear_lines_read(funcnode *node)
     n->line++;
 }
 
+/* A read from the top holds, at any output line, input line j as `current`
+ * and j - 1 as `previous`; the start pulls both. */
+void bilinear_lines_skip(funcnode *node, int first)
+{
+    auto *n = priv<BilinearLines>(node);
+    n->line = first;
+    BlendPosition at;
+    if (n->positions != nullptr) {
+        at = n->positions[std::min(first, n->view_lines - 1)];
+    } else {
+        TruncatingRounding truncating;
+        at = line_position(n, first);
+    }
+    n->lines_read = std::max(at.j - 1, 0);
+    start_at_line(node->inputs[0].node, n->lines_read);
+}
+
 BilinearLines *add_bilinear_lines(funcnode **slot, pe_context *pe, pe_stream *ps, int cell_type)
 {
     const dsinput *dsi = ps->dsinput;
@@ -174,7 +191,7 @@ BilinearLines *add_bilinear_lines(funcnode **slot, pe_context *pe, pe_stream *ps
 namespace vln_pe {
 extern const NodeOps bilinear_line_supersample_ops;
 const NodeOps bilinear_line_supersample_ops = {bilinear_lines_init, nullptr, nullptr,
-                                               bilinear_lines_read, nullptr};
+                                               bilinear_lines_read, nullptr, bilinear_lines_skip};
 }  // namespace vln_pe
 
 void setup_bilinear_line_supersample_node(funcnode **slot, pe_context *pe, pe_stream *ps)

@@ -62,6 +62,12 @@ void read_read(funcnode *node)
     if (line >= last) pe_close_raster(d);
 }
 
+/* The dataset's line `first` of its read window. */
+void read_skip(funcnode *node, int first)
+{
+    vln_pe::priv<ReadNode>(node)->line = first;
+}
+
 struct GetInputNode {
     vln_pe::NodeBase base;
 };
@@ -75,7 +81,7 @@ void getinput_read(funcnode *node)
 
 namespace vln_pe {
 extern const NodeOps read_ops;
-const NodeOps read_ops = {read_init, nullptr, nullptr, read_read, nullptr};
+const NodeOps read_ops = {read_init, nullptr, nullptr, read_read, nullptr, read_skip};
 extern const NodeOps getinput_ops;
 const NodeOps getinput_ops = {nullptr, nullptr, nullptr, getinput_read, nullptr};
 }  // namespace vln_pe

@@ -45,7 +45,7 @@ void advance_dataset(pe_context *pe, dsinput *d, linebuf *client_line)
     bufinfo *target = d->root->inputs[0].buffers;
     const bool straight = d->nr_clients == 1 && d->ring_lines == 1 && d->nr_read_bands == 1 &&
                           client_line->data != nullptr;
-    if (d->next_line == 0 && !straight) {
+    if (!straight && d->nr_read_bands > 0 && d->ring[0][0].data == nullptr) {
         // The ring's lines exist only while the dataset is being read.
         for (int b = 0; b < d->nr_read_bands; b++)
             for (int i = 0; i < d->ring_lines; i++)
@@ -70,7 +70,9 @@ void input_read(funcnode *node)
     dsi_client *c = p->client;
     linebuf *out = node->output->buffers[0];
     const int n = p->line++;
-    if (n == d->next_line) advance_dataset(pe, d, out);
+    // The leading client moves the dataset on; after a start in the middle,
+    // the first read of one that leads by several lines moves it that far.
+    while (n >= d->next_line) advance_dataset(pe, d, out);
     linebuf *entry = &d->ring[c->band_index][c->read_pos];
     c->read_pos = (c->read_pos + 1) % d->ring_lines;
     pe_free_rlseg_list(pe, &out->rlsegs);
@@ -86,11 +88,22 @@ void input_read(funcnode *node)
     if (p->line == d->read_lines && ++d->clients_done == d->nr_clients) release_ring(pe, d);
 }
 
+/* The client takes line `first` next, from the ring's entry of that line; the
+ * dataset starts at the least line that its clients want. */
+void input_skip(funcnode *node, int first)
+{
+    auto *p = vln_pe::priv<InputNode>(node);
+    dsinput *d = p->dsi;
+    p->line = first;
+    p->client->read_pos = d->ring_lines > 0 ? first % d->ring_lines : 0;
+    if (first < d->next_line) d->next_line = first;
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps input_ops;
-const NodeOps input_ops = {input_init, nullptr, nullptr, input_read, nullptr};
+const NodeOps input_ops = {input_init, nullptr, nullptr, input_read, nullptr, input_skip};
 }  // namespace vln_pe
 
 void setup_inputnode(funcnode **slot, pe_context *pe, dsinput *dsi, pe_input *input,

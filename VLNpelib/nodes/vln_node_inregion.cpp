@@ -120,11 +120,17 @@ void close(funcnode *node)
     if (p->table != nullptr) release_edges(p);
 }
 
+/* The scan steps over the rows before the line when it gets there. */
+void skip(funcnode *node, int first)
+{
+    vln_pe::priv<InRegion>(node)->line = first;
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps inregion_ops;
-const NodeOps inregion_ops = {init, nullptr, nullptr, read, close};
+const NodeOps inregion_ops = {init, nullptr, nullptr, read, close, skip};
 }  // namespace vln_pe
 
 /* 1 inside `region` and 0 outside, over the read window of the stream's

@@ -41,11 +41,25 @@ void lsubsample_read(funcnode *node)
     n->line++;
 }
 
+/* Output line n is source line trunc(n * step), as the read works it out. */
+void lsubsample_skip(funcnode *node, int first)
+{
+    auto *n = priv<LineSubsample>(node);
+    {
+        TruncatingRounding truncating;
+        n->wanted = static_cast<int64_t>(static_cast<double>(first) * n->step);
+    }
+    n->line = first;
+    n->pulled = n->wanted;
+    start_at_line(node->inputs[0].node, static_cast<int>(n->wanted));
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps lsubsample_ops;
-const NodeOps lsubsample_ops = {pass_type_up, nullptr, nullptr, lsubsample_read, nullptr};
+const NodeOps lsubsample_ops = {pass_type_up,    nullptr, nullptr,
+                                lsubsample_read, nullptr, lsubsample_skip};
 }  // namespace vln_pe
 
 void setup_lsubsnode(funcnode **slot, pe_context *pe, int width, int source_lines, int view_lines)

@@ -19,6 +19,7 @@ struct LineSupersample {
     int view_lines;
     uint8_t *new_line;  // bit d: output line d needs the next source line
     int line;           // output lines delivered
+    bool pull_first;    // the first read pulls whatever its bit says (a start in the middle)
 };
 
 bool bit(const uint8_t *bits, int i)
@@ -31,7 +32,8 @@ void lsupersample_read(funcnode *node)
     auto *n = priv<LineSupersample>(node);
     pe_context *pe = n->base.pe;
     bufinfo *in = node->inputs[0].buffers;
-    if (n->line < n->view_lines && bit(n->new_line, n->line)) {
+    if (n->line < n->view_lines && (bit(n->new_line, n->line) || n->pull_first)) {
+        n->pull_first = false;
         for (int b = 0; b < in->nr_buffers; b++) pe_free_rlseg_list(pe, &in->buffers[b]->rlsegs);
         pull(node);
     }
@@ -44,11 +46,25 @@ void lsupersample_read(funcnode *node)
     n->line++;
 }
 
+/* The source line of output line d is the one the bits up to d have pulled:
+ * the first read pulls it, whatever its own bit. */
+void lsupersample_skip(funcnode *node, int first)
+{
+    auto *n = priv<LineSupersample>(node);
+    n->line = first;
+    if (first >= n->view_lines) return;
+    int pulls = 0;
+    for (int d = 0; d <= first; d++) pulls += bit(n->new_line, d) ? 1 : 0;
+    n->pull_first = true;
+    start_at_line(node->inputs[0].node, pulls - 1);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps lsupersample_ops;
-const NodeOps lsupersample_ops = {pass_type_up, nullptr, nullptr, lsupersample_read, nullptr};
+const NodeOps lsupersample_ops = {pass_type_up,      nullptr, nullptr,
+                                  lsupersample_read, nullptr, lsupersample_skip};
 }  // namespace vln_pe
 
 void setup_lsupersnode(funcnode **slot, pe_context *pe, int width, int view_lines,

@@ -189,11 +189,17 @@ bool group_on_dataset_surface(pe_context *pe, const pe_streamgroup *group)
     return pe->surface_modes[group->streams->surface_number] == CM_DATASET;
 }
 
+void skip(funcnode *node, int first)
+{
+    vln_pe::priv<Merge>(node)->lines_done = first;
+    start_inputs_at_line(node, first);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps mergestreams_ops;
-const NodeOps mergestreams_ops = {init, nullptr, nullptr, read, nullptr};
+const NodeOps mergestreams_ops = {init, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 double feather_value(int left, int right, int covered_left, int covered_right, int k, double a,

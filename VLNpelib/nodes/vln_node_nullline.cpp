@@ -35,11 +35,19 @@ void read(funcnode *node)
     vln_pe::pull(node);
 }
 
+/* The child gives the lines from first_real on. */
+void skip(funcnode *node, int first)
+{
+    auto *p = vln_pe::priv<NullLine>(node);
+    p->line = first;
+    start_at_line(node->inputs[0].node, first > p->first_real ? first - p->first_real : 0);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps nullline_ops;
-const NodeOps nullline_ops = {pass_type_up, nullptr, nullptr, read, nullptr};
+const NodeOps nullline_ops = {pass_type_up, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 /* A stream of `nr_lines` lines of `nr_cells` cells whose first `top` and last

@@ -303,11 +303,17 @@ void setup_pixel_source(funcnode **slot, pe_context *pe, pe_stream *ps, int type
     }
 }
 
+void skip(funcnode *node, int first)
+{
+    vln_pe::priv<Position>(node)->line = first;
+    start_inputs_at_line(node, first);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps position_ops;
-const NodeOps position_ops = {init, nullptr, nullptr, read, nullptr};
+const NodeOps position_ops = {init, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 /* The column, in the dataset's file, of each cell of the stream's read window. */

@@ -45,6 +45,7 @@ struct PsMerge {
     bool header_read;
     int cell_bytes;  // what the program writes per cell: 1 (index) or 3 (red, green, blue)
     uint8_t *line;
+    int skip_lines;  // lines of the program's image to drop before the first
     rlsegs_routine routine;
     unsigned char null_cell[8];
 };
@@ -195,6 +196,8 @@ void read(funcnode *node)
             std::memset(out->buffers[b]->data, 0, static_cast<size_t>(out->line_size));
     }
     if (!p->header_read) skip_header(p);
+    for (; p->skip_lines > 0; p->skip_lines--)
+        read_exactly(p, p->line, static_cast<size_t>(out->nr_cells) * p->cell_bytes);
     read_exactly(p, p->line, static_cast<size_t>(out->nr_cells) * p->cell_bytes);
     rlseg *drawn = p->cell_bytes == 1
                        ? p->routine(&pe->rlsegs, p->line, out->nr_cells, p->null_cell)
@@ -222,11 +225,19 @@ void close_node(funcnode *node)
     }
 }
 
+/* The program draws the whole image: the lines before `first` are read from
+ * it and dropped on the first read. */
+void skip(funcnode *node, int first)
+{
+    priv<PsMerge>(node)->skip_lines = first;
+    start_inputs_at_line(node, first);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps psmerge_ops;
-const NodeOps psmerge_ops = {init, nullptr, nullptr, read, close_node};
+const NodeOps psmerge_ops = {init, nullptr, nullptr, read, close_node, skip};
 }  // namespace vln_pe
 
 void setup_psmergenode(funcnode **slot, pe_context *pe, int mode, int output_type,

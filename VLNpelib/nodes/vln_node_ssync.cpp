@@ -29,6 +29,7 @@ struct SSync {
     int first_cell;
     double null_value;
     int line;          // image lines read so far
+    int buffers_from;  // the line at which the stream's line memory is made
     void *null_block;  // up to 512 null cells; null below a merge
     int block_cells;
 };
@@ -96,7 +97,7 @@ void read(funcnode *node)
     }
     if (!inside) return;
 
-    if (line == p->first_line) alloc_subtree_buffers(pe, node);
+    if (line == p->buffers_from) alloc_subtree_buffers(pe, node);
     bufinfo *in = node->inputs[0].buffers;
     const size_t offset = static_cast<size_t>(p->first_cell) * out->cell_size;
     for (int b = 0; b < out->nr_buffers; b++)
@@ -108,11 +109,22 @@ void read(funcnode *node)
     if (line == p->first_line + p->nr_lines - 1) free_subtree_buffers(pe, node);
 }
 
+/* Image line `first` is the stream's line first - first_line, or its first
+ * line while the stream is still below. */
+void skip(funcnode *node, int first)
+{
+    auto *p = vln_pe::priv<SSync>(node);
+    p->line = first;
+    if (first >= p->first_line + p->nr_lines) return;
+    p->buffers_from = first > p->first_line ? first : p->first_line;
+    start_at_line(node->inputs[0].node, p->buffers_from - p->first_line);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps ssync_ops;
-const NodeOps ssync_ops = {init, nullptr, nullptr, read, nullptr};
+const NodeOps ssync_ops = {init, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 /* Places a stream of `nr_lines` lines of `nr_cells` cells at image line
@@ -124,6 +136,7 @@ void setup_ssync_node(funcnode **slot, pe_context *pe, pe_stream *ps, int nr_cel
     auto *p = vln_pe::add_stage<SSync>(slot, pe, FN_SSYNC, 1, nr_cells, 0, PE_ALLOC_RECORDS);
     p->stream = ps;
     p->first_line = first_line;
+    p->buffers_from = first_line;
     p->nr_lines = nr_lines;
     p->first_cell = first_cell;
     p->null_value = null_value;

@@ -30,11 +30,19 @@ void read(funcnode *node)
     vln_pe::pull(node);
 }
 
+/* Output line n is input line n + count. */
+void skip(funcnode *node, int first)
+{
+    auto *p = vln_pe::priv<Sync>(node);
+    p->done = p->count;
+    start_at_line(node->inputs[0].node, first + p->count);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps sync_ops;
-const NodeOps sync_ops = {pass_type_up, nullptr, nullptr, read, nullptr};
+const NodeOps sync_ops = {pass_type_up, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 /* Skips `count` lines of `nr_cells` cells at the start; a count of 0 makes no

@@ -85,11 +85,17 @@ void read(funcnode *node)
     }
 }
 
+void skip(funcnode *node, int first)
+{
+    vln_pe::priv<ToMsRgbh>(node)->line = first;
+    start_inputs_at_line(node, first);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps tomsrgbh_ops;
-const NodeOps tomsrgbh_ops = {init, nullptr, nullptr, read, nullptr};
+const NodeOps tomsrgbh_ops = {init, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 int tomsrgbh_band_map(const pe_context *pe, int32_t *band_map)

@@ -142,11 +142,17 @@ void make_planes(pe_context *pe, PpSurface &surface, const PpInput *inputs, int 
     surface.nr_bytes_limit = width * cell_bytes;
 }
 
+void skip(funcnode *node, int first)
+{
+    vln_pe::priv<ToPpBuffers>(node)->line = first;
+    start_inputs_at_line(node, first);
+}
+
 }  // namespace
 
 namespace vln_pe {
 extern const NodeOps toppbuffers_ops;
-const NodeOps toppbuffers_ops = {init, nullptr, nullptr, read, nullptr};
+const NodeOps toppbuffers_ops = {init, nullptr, nullptr, read, nullptr, skip};
 }  // namespace vln_pe
 
 void setup_toppbufnode(funcnode **slot, pe_context *pe)

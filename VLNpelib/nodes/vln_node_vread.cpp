@@ -23,9 +23,9 @@ namespace {
 
 struct Root {
     vln_pe::NodeBase base;
-    int32_t line;      // lines delivered so far
-    int32_t nr_lines;  // OutputHeight
-    int32_t cell_size; // bytes of one cell of the caller's lines
+    int32_t line;       // lines delivered so far
+    int32_t nr_lines;   // OutputHeight
+    int32_t cell_size;  // bytes of one cell of the caller's lines
     // The per-surface root: which caller's line each band is (2 * s pixels,
     // 2 * s + 1 heights), and a line of its own for a band the caller gives
     // no memory for.
@@ -87,6 +87,18 @@ void hand_over_lists(pe_context *pe, bufinfo *in, rlseg **rlsegs)
 }
 
 }  // namespace
+
+void root_set_line_range(funcnode *root, int first, int end)
+{
+    if (root == nullptr) return;
+    auto *p = vln_pe::priv<Root>(root);
+    if (p->line != 0) alg_error_fatal(p->base.pe, "Lines can be chosen only before the first read");
+    if (first < 0 || end < first || end > p->nr_lines)
+        alg_error_vprintf(p->base.pe, "Lines %d to %d are not lines of an image of %d", first,
+                          end - 1, p->nr_lines);
+    p->line = first;
+    p->nr_lines = end;
+}
 
 namespace vln_pe {
 extern const NodeOps vread_ops;

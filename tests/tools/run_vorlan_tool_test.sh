@@ -75,6 +75,9 @@ render|grey.alg -o x.gif
 render|grey.alg -o x.ppm --size 10
 render|grey.alg -o x.ppm --size 0x5
 render|-o x.ppm
+render|grey.alg -o x.ppm --threads 0
+process|small.alg -o x.vld --threads many
+calc|-i small.vld -e INPUT1 -o x.vld -j 999
 CASES
 run 2 nosuch && grep -q "unknown subcommand" err || fail "an unknown subcommand"
 run 2 || fail "no subcommand"
@@ -181,6 +184,21 @@ assert png[:8] == b"\x89PNG\r\n\x1a\n" and png[12:16] == b"IHDR", png[:16]
 assert struct.unpack(">II", png[16:24]) == (40, 24)
 PY
 rm -f p1.ppm p2.ppm p3.png
+
+# ---------------------------------------------------------------- threads
+# Row stripes on several threads make the very bytes of one thread.
+for j in 1 3 7; do
+    run 0 process small.alg -o t$j.vld --threads $j
+    run 0 calc -i small.vld -i small.vld:2 -e "INPUT1 * 3 - INPUT2" -o u$j.vld -j $j
+    run 0 render grey.alg -o t$j.ppm --size 41x37 --threads $j
+    run 0 render grey.alg -o t$j.png --size 41x37 --threads $j
+done
+for j in 3 7; do
+    for f in t$j t$j.ppm t$j.png u$j; do
+        cmp -s "$f" "$(echo "$f" | sed "s/$j/1/")" || fail "threads: $f differs from one thread's"
+    done
+done
+rm -f t[137] t[137].vld t[137].ppm t[137].png u[137] u[137].vld
 
 # ---------------------------------------------------------------- failures
 run 1 info nosuch.vld && grep -q "^vorlan info: .*nosuch" err || fail "info of a missing dataset"

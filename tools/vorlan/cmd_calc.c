@@ -274,16 +274,15 @@ static int run(calc_input *inputs, int n, const char *formula, const char *outpu
 
 int vt_cmd_calc(int argc, char **argv)
 {
-    static const struct option options[] = {{"input", required_argument, NULL, 'i'},
-                                            {"expression", required_argument, NULL, 'e'},
-                                            {"output", required_argument, NULL, 'o'},
-                                            {"type", required_argument, NULL, 't'},
-                                            {NULL, 0, NULL, 0}};
+    static const struct option options[] = {
+        {"input", required_argument, NULL, 'i'},   {"expression", required_argument, NULL, 'e'},
+        {"output", required_argument, NULL, 'o'},  {"type", required_argument, NULL, 't'},
+        {"threads", required_argument, NULL, 'j'}, {NULL, 0, NULL, 0}};
     calc_input inputs[MAX_INPUTS];
     int n = 0, cell_type = CT_None, status = VT_OK, c;
     const char *formula = NULL, *output = NULL;
     opterr = 0;
-    while (status == VT_OK && (c = getopt_long(argc, argv, ":i:e:o:t:", options, NULL)) != -1) {
+    while (status == VT_OK && (c = getopt_long(argc, argv, ":i:e:o:t:j:", options, NULL)) != -1) {
         switch (c) {
             case 'i':
                 if (n == MAX_INPUTS)
@@ -301,6 +300,9 @@ int vt_cmd_calc(int argc, char **argv)
                 cell_type = vt_parse_cell_type(optarg);
                 if (cell_type == CT_None)
                     status = vt_usage_error("calc", "unknown cell type '%s'", optarg);
+                break;
+            case 'j':
+                status = vt_parse_threads("calc", optarg);
                 break;
             case ':':
                 status = vt_usage_error("calc", "%s needs a value", argv[optind - 1]);

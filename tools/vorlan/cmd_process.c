@@ -12,12 +12,13 @@ int vt_cmd_process(int argc, char **argv)
 {
     static const struct option options[] = {{"output", required_argument, NULL, 'o'},
                                             {"type", required_argument, NULL, 't'},
+                                            {"threads", required_argument, NULL, 'j'},
                                             {NULL, 0, NULL, 0}};
     const char *output = NULL;
     int cell_type = CT_None;
     int c;
     opterr = 0;
-    while ((c = getopt_long(argc, argv, ":o:t:", options, NULL)) != -1) {
+    while ((c = getopt_long(argc, argv, ":o:t:j:", options, NULL)) != -1) {
         switch (c) {
             case 'o':
                 output = optarg;
@@ -26,6 +27,9 @@ int vt_cmd_process(int argc, char **argv)
                 cell_type = vt_parse_cell_type(optarg);
                 if (cell_type == CT_None)
                     return vt_usage_error("process", "unknown cell type '%s'", optarg);
+                break;
+            case 'j':
+                if (vt_parse_threads("process", optarg) != VT_OK) return VT_USAGE;
                 break;
             case ':':
                 return vt_usage_error("process", "%s needs a value", argv[optind - 1]);

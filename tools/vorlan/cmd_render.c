@@ -1,9 +1,12 @@
 /*
  * cmd_render.c: `vorlan render ALGORITHM -o OUT.ppm|OUT.png [--size WxH]`,
  * an algorithm drawn as a picture of 24-bit pixels: a binary PPM written
- * here, or a PNG through libpng, chosen by the output's extension.
+ * here, or a PNG through libpng, chosen by the output's extension. The rows
+ * are made on every core: a PPM's go straight to their places in the file, a
+ * PNG's into memory, to be compressed in order at the end.
  */
 #define _POSIX_C_SOURCE 200809L
+#include <errno.h>
 #include <getopt.h>
 #include <png.h>
 #include <stdint.h>
@@ -11,19 +14,13 @@
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/types.h>
+#include <unistd.h>
 
 #include "vln_vds.h"
 #include "vorlan_tool.h"
 
 typedef enum { PICTURE_PPM, PICTURE_PNG } picture_kind;
-
-/* The picture file being written; one of the two faces is used. */
-typedef struct picture {
-    picture_kind kind;
-    FILE *file;
-    png_structp png;
-    png_infop info;
-} picture;
 
 static int ends_with(const char *s, const char *suffix)
 {
@@ -44,126 +41,159 @@ static int parse_size(const char *text, int *width, int *height)
     return 0;
 }
 
-/* libpng reports through this; the failure unwinds to the setjmp in each
- * call that may fail. */
+/* libpng reports through this; the failure unwinds to the setjmp of the
+ * call that failed. */
 static void png_failed(png_structp png, png_const_charp message)
 {
     fprintf(stderr, "vorlan render: PNG: %s\n", message);
     png_longjmp(png, 1);
 }
 
-static int picture_begin(picture *p, int width, int height)
+/* Where the rows go: at their place in a PPM file, or into a picture in
+ * memory that is written as a PNG at the end. */
+typedef struct picture {
+    picture_kind kind;
+    int width, height;
+    int fd;               /* PPM */
+    off_t header_bytes;   /* PPM */
+    unsigned char *image; /* PNG: width * 3 bytes per row */
+} picture;
+
+/* Red in bits 16-23, green 8-15, blue 0-7: the shifts of the open. */
+static void to_rgb(const uint32_t *pixels, unsigned char *rgb, int width)
 {
-    if (p->kind == PICTURE_PPM) return fprintf(p->file, "P6\n%d %d\n255\n", width, height) < 0;
-    p->png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, png_failed, NULL);
-    if (p->png == NULL) return -1;
-    p->info = png_create_info_struct(p->png);
-    if (p->info == NULL || setjmp(png_jmpbuf(p->png))) return -1;
-    png_init_io(p->png, p->file);
-    png_set_IHDR(p->png, p->info, (png_uint_32)width, (png_uint_32)height, 8, PNG_COLOR_TYPE_RGB,
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(p->png, p->info);
-    return 0;
+    for (int x = 0; x < width; x++) {
+        rgb[3 * x] = (unsigned char)(pixels[x] >> 16);
+        rgb[3 * x + 1] = (unsigned char)(pixels[x] >> 8);
+        rgb[3 * x + 2] = (unsigned char)pixels[x];
+    }
 }
 
-static int picture_row(picture *p, const unsigned char *rgb, int width)
+static int put_row(void *sink, int line, void **lines, void *scratch)
 {
-    if (p->kind == PICTURE_PPM)
-        return fwrite(rgb, 3, (size_t)width, p->file) == (size_t)width ? 0 : -1;
-    if (setjmp(png_jmpbuf(p->png))) return -1;
-    png_write_row(p->png, rgb);
-    return 0;
-}
-
-static int picture_end(picture *p)
-{
+    picture *p = sink;
+    const size_t row_bytes = (size_t)p->width * 3;
     if (p->kind == PICTURE_PNG) {
-        if (setjmp(png_jmpbuf(p->png))) return -1;
-        png_write_end(p->png, p->info);
+        to_rgb(lines[0], p->image + row_bytes * (size_t)line, p->width);
+        return 0;
+    }
+    unsigned char *rgb = scratch;
+    to_rgb(lines[0], rgb, p->width);
+    off_t at = p->header_bytes + (off_t)row_bytes * line;
+    for (size_t left = row_bytes; left > 0;) {
+        ssize_t n = pwrite(p->fd, rgb, left, at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (n == 0) errno = ENOSPC;
+            return -1;
+        }
+        rgb += n;
+        at += n;
+        left -= (size_t)n;
     }
     return 0;
 }
 
-static void picture_free(picture *p)
+/* Writes the picture held in memory as a PNG; 0 or -1. */
+static int write_png(const picture *p, FILE *file)
 {
-    if (p->png != NULL) png_destroy_write_struct(&p->png, &p->info);
-    if (p->file != NULL) fclose(p->file);
-    p->file = NULL;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, png_failed, NULL);
+    if (png == NULL) return -1;
+    png_infop info = png_create_info_struct(png);
+    if (info == NULL || setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return -1;
+    }
+    png_init_io(png, file);
+    png_set_IHDR(png, info, (png_uint_32)p->width, (png_uint_32)p->height, 8, PNG_COLOR_TYPE_RGB,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_write_info(png, info);
+    for (int y = 0; y < p->height; y++) {
+        if (vt_interrupted) png_error(png, "interrupted");
+        png_write_row(png, p->image + (size_t)p->width * 3 * (size_t)y);
+    }
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    return 0;
 }
 
-/* Reads every line of the window into the picture; an exit status. */
-static int draw(Vds *vds, picture *p, int width, int height)
+static Vds *open_window(algorithm *alg, char **errmsg)
 {
-    uint32_t *pixels = malloc_or_die(sizeof(uint32_t) * (size_t)width);
-    unsigned char *rgb = malloc_or_die((size_t)width * 3);
-    void *lines[1] = {pixels};
-    int status = picture_begin(p, width, height) == 0 ? VT_OK : vt_fail("render", "cannot write");
-    for (int y = 0; y < height && status == VT_OK; y++) {
-        if (vt_interrupted) {
-            status = VT_INTERRUPTED;
-            break;
-        }
-        if (vds_read(vds, lines, NULL, 0) != 0) {
-            status = vt_fail_text("render", vt_read_error_text(vds));
-            break;
-        }
-        /* Red in bits 16-23, green 8-15, blue 0-7: the shifts of the open. */
-        for (int x = 0; x < width; x++) {
-            rgb[3 * x] = (unsigned char)(pixels[x] >> 16);
-            rgb[3 * x + 1] = (unsigned char)(pixels[x] >> 8);
-            rgb[3 * x + 2] = (unsigned char)pixels[x];
-        }
-        if (picture_row(p, rgb, width) != 0) status = vt_fail("render", "cannot write a row");
+    return vds_open_alg_towin(alg, errmsg, 16, 8, 0, NULL, NULL);
+}
+
+/* Makes the picture's rows into the temporary file; an exit status. */
+static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p, const char *path)
+{
+    FILE *file = fopen(path, "wb");
+    if (file == NULL) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    int status = VT_OK;
+    if (p->kind == PICTURE_PPM) {
+        int n = fprintf(file, "P6\n%d %d\n255\n", p->width, p->height);
+        if (n < 0 || fflush(file) != 0) status = vt_fail(sub, "cannot write %s", path);
+        p->header_bytes = n;
+        p->fd = fileno(file);
+    } else {
+        p->image = malloc((size_t)p->width * 3 * (size_t)p->height);
+        if (p->image == NULL)
+            status = vt_fail(sub, "no memory for a picture of %d x %d", p->width, p->height);
     }
-    if (status == VT_OK && picture_end(p) != 0) status = vt_fail("render", "cannot finish");
-    if (status == VT_OK && vt_interrupted) status = VT_INTERRUPTED;
-    safe_free(rgb);
-    safe_free(pixels);
+    if (status == VT_OK) {
+        vt_stripe_job job = {sub,
+                             path,
+                             pristine,
+                             open_window,
+                             p->height,
+                             1,
+                             sizeof(uint32_t) * (size_t)p->width,
+                             (size_t)p->width * 3 + 16,
+                             put_row,
+                             p};
+        status = vt_run_stripes(&job, vds);
+    }
+    if (status == VT_OK && p->kind == PICTURE_PNG && write_png(p, file) != 0)
+        status = vt_interrupted ? VT_INTERRUPTED : vt_fail(sub, "cannot write %s", path);
+    if (fclose(file) != 0 && status == VT_OK) status = vt_fail(sub, "cannot write %s", path);
+    free(p->image);
+    p->image = NULL;
     return status;
 }
 
-static int render(const char *name, const char *output, picture_kind kind, int width, int height)
+int vt_render(const char *sub, const char *name, const char *output, int width, int height)
 {
+    picture_kind kind = ends_with(output, ".png") ? PICTURE_PNG : PICTURE_PPM;
     algorithm *alg = NULL;
     if (eg_algorithm_with_transients(&alg, name) != 0) {
         ef_algorithm(alg);
-        return vt_fail_library("render");
+        return vt_fail_library(sub);
     }
     alg->colour24 = 1;
-    if (vt_default_window("render", alg) != VT_OK) {
+    if (vt_default_window(sub, alg) != VT_OK) {
         ef_algorithm(alg);
         return VT_FAILED;
     }
     if (width > 0)
         vln_rethink_alg(alg, width, height, alg->dots_per_inch_across, alg->dots_per_inch_down);
-    width = alg->output_width;
-    height = alg->output_height;
+    picture p = {kind, alg->output_width, alg->output_height, -1, 0, NULL};
 
     vt_tempfile temp;
     vt_catch_signals();
-    if (vt_tempfile_init(&temp, "render", output, kind == PICTURE_PNG ? ".png" : ".ppm") != 0) {
+    if (vt_tempfile_init(&temp, sub, output, kind == PICTURE_PNG ? ".png" : ".ppm") != 0) {
         ef_algorithm(alg);
         return VT_FAILED;
     }
     int status = VT_OK;
+    algorithm *pristine = NULL;
+    if (cp_algorithm_all(&pristine, alg) != 0) status = vt_fail_library(sub);
     char *errmsg = NULL;
-    Vds *vds = vds_open_alg_towin(alg, &errmsg, 16, 8, 0, NULL, NULL);
-    if (vds == NULL) {
-        status = vt_fail_text("render", errmsg);
-    }
+    Vds *vds = status == VT_OK ? open_window(alg, &errmsg) : NULL;
+    if (status == VT_OK && vds == NULL) status = vt_fail_text(sub, errmsg);
     safe_free(errmsg);
-    picture p = {kind, NULL, NULL, NULL};
-    if (status == VT_OK) {
-        p.file = fopen(temp.temp_path, "wb");
-        if (p.file == NULL) status = vt_fail("render", "cannot write %s", temp.temp_path);
-    }
-    if (status == VT_OK) status = draw(vds, &p, width, height);
+    if (status == VT_OK) status = draw(sub, pristine, vds, &p, temp.temp_path);
     vds_close(&vds);
-    if (p.file != NULL && fflush(p.file) != 0 && status == VT_OK)
-        status = vt_fail("render", "cannot write %s", temp.temp_path);
-    picture_free(&p);
-    if (status == VT_OK && vt_tempfile_commit(&temp, "render") != 0) status = VT_FAILED;
-    if (status == VT_INTERRUPTED) fprintf(stderr, "vorlan render: interrupted\n");
+    ef_algorithm(pristine);
+    if (status == VT_OK && vt_tempfile_commit(&temp, sub) != 0) status = VT_FAILED;
+    if (status == VT_INTERRUPTED) fprintf(stderr, "vorlan %s: interrupted\n", sub);
     vt_tempfile_discard(&temp);
     ef_algorithm(alg);
     return status;
@@ -173,11 +203,12 @@ int vt_cmd_render(int argc, char **argv)
 {
     static const struct option options[] = {{"output", required_argument, NULL, 'o'},
                                             {"size", required_argument, NULL, 's'},
+                                            {"threads", required_argument, NULL, 'j'},
                                             {NULL, 0, NULL, 0}};
     const char *output = NULL;
     int width = 0, height = 0, c;
     opterr = 0;
-    while ((c = getopt_long(argc, argv, ":o:s:", options, NULL)) != -1) {
+    while ((c = getopt_long(argc, argv, ":o:s:j:", options, NULL)) != -1) {
         switch (c) {
             case 'o':
                 output = optarg;
@@ -185,6 +216,9 @@ int vt_cmd_render(int argc, char **argv)
             case 's':
                 if (parse_size(optarg, &width, &height) != 0)
                     return vt_usage_error("render", "bad size '%s' (WIDTHxHEIGHT)", optarg);
+                break;
+            case 'j':
+                if (vt_parse_threads("render", optarg) != VT_OK) return VT_USAGE;
                 break;
             case ':':
                 return vt_usage_error("render", "%s needs a value", argv[optind - 1]);
@@ -195,12 +229,7 @@ int vt_cmd_render(int argc, char **argv)
     if (optind >= argc) return vt_usage_error("render", "no algorithm given");
     if (optind + 1 < argc) return vt_usage_error("render", "more than one algorithm given");
     if (output == NULL) return vt_usage_error("render", "no output given (-o OUT.ppm)");
-    picture_kind kind;
-    if (ends_with(output, ".ppm"))
-        kind = PICTURE_PPM;
-    else if (ends_with(output, ".png"))
-        kind = PICTURE_PNG;
-    else
+    if (!ends_with(output, ".ppm") && !ends_with(output, ".png"))
         return vt_usage_error("render", "the output must end in .ppm or .png");
-    return render(argv[optind], output, kind, width, height);
+    return vt_render("render", argv[optind], output, width, height);
 }

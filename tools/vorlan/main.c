@@ -26,20 +26,22 @@ static const vt_command commands[] = {
      "  -j, --json   the same as one JSON object\n",
      vt_cmd_info},
     {"process", "write an algorithm as a new dataset",
-     "usage: vorlan process ALGORITHM -o OUT.vld [--type CELLTYPE]\n"
+     "usage: vorlan process ALGORITHM -o OUT.vld [--type CELLTYPE] [--threads N]\n"
      "  -o, --output FILE   the header of the new dataset (its data file is FILE\n"
      "                      without \".vld\")\n"
      "  -t, --type TYPE     cell type of the output (e.g. Unsigned16BitInteger,\n"
-     "                      u8, s16, f32, f64); default: the algorithm's\n",
+     "                      u8, s16, f32, f64); default: the algorithm's\n"
+     "  -j, --threads N     threads to work on (row stripes); default one per core\n",
      vt_cmd_process},
     {"calc", "compute a formula over datasets into a new dataset",
      "usage: vorlan calc -i A.vld[:BAND] [-i B.vld[:BAND] ...] -e FORMULA -o OUT.vld\n"
-     "                   [--type CELLTYPE]\n"
+     "                   [--type CELLTYPE] [--threads N]\n"
      "  -i, --input DATASET[:BAND]  an input; the formula calls the first INPUT1,\n"
      "                              the second INPUT2, ...; band 1 unless given\n"
      "  -e, --expression FORMULA    the formula\n"
      "  -o, --output FILE           the header of the new dataset\n"
      "  -t, --type TYPE             cell type of the output; default IEEE4ByteReal\n"
+     "  -j, --threads N             threads to work on; default one per core\n"
      "  The output covers the extent and cell size of the first input.\n",
      vt_cmd_calc},
     {"stats", "compute and store a dataset's statistics, and report them",
@@ -48,9 +50,10 @@ static const vt_command commands[] = {
      "  prints the report.\n",
      vt_cmd_stats},
     {"render", "draw an algorithm as a picture",
-     "usage: vorlan render ALGORITHM -o OUT.ppm|OUT.png [--size WxH]\n"
+     "usage: vorlan render ALGORITHM -o OUT.ppm|OUT.png [--size WxH] [--threads N]\n"
      "  -o, --output FILE   a binary PPM or a PNG, by the name's extension\n"
-     "  -s, --size WxH      the picture's size; default the algorithm's output size\n",
+     "  -s, --size WxH      the picture's size; default the algorithm's output size\n"
+     "  -j, --threads N     threads to work on (row stripes); default one per core\n",
      vt_cmd_render},
     {"demo", "draw every bundled example into a folder",
      "usage: vorlan demo [-o DIR] [--size WxH]\n"

@@ -3,10 +3,12 @@
  * a temporary name in its final folder (so that the last rename stays on one
  * file system) and renamed into place at the end; a failure, SIGINT or
  * SIGTERM removes what was written. Also the one writer of a new dataset from
- * an algorithm, shared by `process` and `calc`.
+ * an algorithm, shared by `process` and `calc`, which makes the cells on every
+ * core and writes each line at its place in the data file.
  */
 #define _DEFAULT_SOURCE
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -136,35 +138,56 @@ static int has_vld_suffix(const char *path)
     return n > 4 && strcmp(path + n - 4, ".vld") == 0;
 }
 
-/* Reads every line of an open handle into the raster writer; 0 at the end,
- * VT_INTERRUPTED after a signal, VT_FAILED after saying why. */
-static int copy_lines(const char *sub, Vds *vds, rasterfile *writer, const dshdr *dsh)
+/* The data file of a new dataset: bands of a line one after the other. */
+typedef struct data_sink {
+    int fd;
+    int nr_bands;
+    size_t band_bytes;
+} data_sink;
+
+static int put_data_line(void *sink, int line, void **lines, void *scratch)
 {
-    const rasterinfo *r = &dsh->info.r;
-    const size_t line_bytes = (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type);
-    const int nr_bands = r->nr_bands;
-    char *cells = malloc_or_die(line_bytes * (size_t)(nr_bands > 0 ? nr_bands : 1));
-    void **lines = malloc_or_die(sizeof(void *) * (size_t)(nr_bands > 0 ? nr_bands : 1));
-    for (int b = 0; b < nr_bands; b++) lines[b] = cells + line_bytes * (size_t)b;
-    int status = VT_OK;
-    for (int y = 0; y < r->nr_lines; y++) {
-        if (vt_interrupted) {
-            status = VT_INTERRUPTED;
-            break;
-        }
-        int read = vds_read(vds, lines, NULL, 0);
-        if (read != 0) {
-            status = vt_fail_text(sub, vt_read_error_text(vds));
-            break;
-        }
-        if (ep_raster(writer, lines, 1) != 0) {
-            status = vt_fail_library(sub);
-            break;
+    (void)scratch;
+    const data_sink *d = sink;
+    for (int b = 0; b < d->nr_bands; b++) {
+        const char *from = lines[b];
+        off_t at = ((off_t)line * d->nr_bands + b) * (off_t)d->band_bytes;
+        size_t left = d->band_bytes;
+        while (left > 0) {
+            ssize_t n = pwrite(d->fd, from, left, at);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) {
+                if (n == 0) errno = ENOSPC;
+                return -1;
+            }
+            from += n;
+            at += n;
+            left -= (size_t)n;
         }
     }
-    if (status == VT_OK && vt_interrupted) status = VT_INTERRUPTED;
-    safe_free(lines);
-    safe_free(cells);
+    return 0;
+}
+
+static Vds *open_tods(algorithm *alg, char **errmsg)
+{
+    return vds_open_alg_tods(alg, errmsg, NULL, NULL);
+}
+
+/* Writes every line of the image into the data file, on every core; an exit
+ * status after saying what failed. */
+static int write_cells(const char *sub, const algorithm *pristine, Vds *vds, const dshdr *dsh,
+                       const char *path)
+{
+    const rasterinfo *r = &dsh->info.r;
+    data_sink sink = {-1, r->nr_bands, (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type)};
+    sink.fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (sink.fd < 0) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    vt_stripe_job job = {sub,           path,        pristine,        open_tods,
+                         r->nr_lines,   r->nr_bands, sink.band_bytes, 0,
+                         put_data_line, &sink};
+    int status = vt_run_stripes(&job, vds);
+    if (close(sink.fd) != 0 && status == VT_OK)
+        status = vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
     return status;
 }
 
@@ -191,6 +214,8 @@ int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, in
     int status = vt_default_window(sub, alg);
     char *errmsg = NULL;
     dshdr *dsh = NULL;
+    algorithm *pristine = NULL;
+    if (status == VT_OK && cp_algorithm_all(&pristine, alg) != 0) status = vt_fail_library(sub);
     Vds *vds = status == VT_OK ? vds_open_alg_tods(alg, &errmsg, NULL, NULL) : NULL;
     if (status == VT_OK && (vds == NULL || PE_setup_output_dsh(vds, &dsh, &errmsg) == 0)) {
         status = vt_fail_text(sub, errmsg);
@@ -199,17 +224,10 @@ int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, in
     if (status == VT_OK) {
         /* The cells go to the temporary data file; the header, written last,
          * names the final one (beside it, so it is left out of the text). */
-        safe_free(dsh->data_file);
-        dsh->data_file = strsave(data.temp_path);
-        rasterfile writer;
-        if (eow_raster(&writer, dsh) != 0) {
-            status = vt_fail_library(sub);
-        } else {
-            status = copy_lines(sub, vds, &writer, dsh);
-            if (ec_raster(&writer) != 0 && status == VT_OK) status = vt_fail_library(sub);
-        }
+        status = write_cells(sub, pristine, vds, dsh, data.temp_path);
     }
     vds_close(&vds);
+    ef_algorithm(pristine);
     if (status == VT_OK) {
         safe_free(dsh->data_file);
         dsh->data_file = strsave(data_final);

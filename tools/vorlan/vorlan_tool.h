@@ -91,6 +91,42 @@ void vt_tempfile_discard(vt_tempfile *t);
  */
 int vt_default_window(const char *sub, algorithm *alg);
 
+/* ------------------------------------------------------------- all cores */
+
+#define VT_MAX_THREADS 256
+
+/* The threads asked for with --threads; 0 for one per core. */
+extern int vt_threads;
+/* Reads --threads' value into vt_threads; VT_OK or a usage error. */
+int vt_parse_threads(const char *sub, const char *text);
+/* The threads an image of `lines` lines is made with. */
+int vt_thread_count(int lines);
+
+/* An image made in row stripes: each stripe opens its own handle over a copy
+ * of `alg` with `open`, and hands each line (`nr_bands` lines of
+ * `band_bytes`) to `put`, which is called from several threads at once, for
+ * different lines; it gets a scratch block of `scratch_bytes` of its
+ * stripe's own, and returns 0, or -1 with errno set. */
+typedef struct vt_stripe_job {
+    const char *sub;
+    const char *output_name; /* for messages */
+    const algorithm *alg;    /* as it was before any open */
+    Vds *(*open)(algorithm *alg, char **errmsg);
+    int height, nr_bands;
+    size_t band_bytes, scratch_bytes;
+    int (*put)(void *sink, int line, void **lines, void *scratch);
+    void *sink;
+} vt_stripe_job;
+
+/* Makes the image on vt_thread_count threads; the first stripe may use a
+ * handle the caller opened (and closes). Says what failed; an exit status. */
+int vt_run_stripes(const vt_stripe_job *job, Vds *first_handle);
+
+/* Draws the algorithm in file `name` as a picture `output` (PPM, or PNG by
+ * its extension) of `width` x `height` (0: the algorithm's own size), on
+ * every core; messages name `sub`. An exit status. */
+int vt_render(const char *sub, const char *name, const char *output, int width, int height);
+
 /* Writes what `alg` computes as a new dataset: header `out_header` (".vld"
  * is added when absent) and its data file beside it, in `cell_type`
  * (CT_None: the algorithm's own output type). Takes care of temporary
