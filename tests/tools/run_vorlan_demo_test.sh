@@ -115,12 +115,18 @@ stray
 --size 0x5
 --size 20x
 -o a -o b extra
+--threads 0
 CASES
 run 2 demo -o "" || fail "demo with an empty folder name"
 clean . "bad arguments"
 
 # ---------------------------------------------------------------- the demo
-run 0 demo -o pictures --size 256x256
+run 0 demo -o one --size 256x256 --threads 1
+run 0 demo -o pictures --size 256x256 --threads 2
+for picture in pictures/*.png; do
+    cmp -s "$picture" "one/${picture#pictures/}" || fail "$picture differs between 1 and 2 threads"
+done
+rm -rf one
 ls "$examples" | sed -n 's/\.alg$/.png/p' | sort >want
 ls -A pictures | sort >got
 cmp -s want got || fail "demo made $(tr '\n' ' ' <got), not $(tr '\n' ' ' <want)"

@@ -1,11 +1,12 @@
 /*
- * cmd_demo.c: `vorlan demo [-o DIR] [--size WxH]`, every bundled example
- * algorithm ($VORLAN/examples, each NAME.alg) drawn as NAME.png in one folder.
+ * cmd_demo.c: `vorlan demo [-o DIR] [--size WxH] [--threads N]`, every
+ * bundled example algorithm ($VORLAN/examples, each NAME.alg) drawn as
+ * NAME.png in one folder.
  *
- * Each picture is made by the render subcommand itself, given the arguments
- * a user would type, so that the demo shows exactly what `vorlan render`
- * makes. A picture appears whole or not at all; the first failure stops the
- * run, and a folder that the demo made and left empty is removed.
+ * Each picture is made by the render subcommand's own drawing, so that the
+ * demo shows exactly what `vorlan render` makes. A picture appears whole or
+ * not at all; the first failure stops the run, and a folder that the demo
+ * made and left empty is removed.
  */
 #define _DEFAULT_SOURCE
 #include <dirent.h>
@@ -33,15 +34,18 @@ static int only_algorithms(const struct dirent *entry)
     return entry->d_name[0] != '.' && has_suffix(entry->d_name, ".alg");
 }
 
-/* "W" "x" "H" with both from 1 to 65535, as render takes it. */
-static int valid_size(const char *text)
+/* "W" "x" "H" with both from 1 to 65535, as render takes it; 0 when bad. */
+static int parse_size(const char *text, int *width, int *height)
 {
     char *end = NULL;
     long w = strtol(text, &end, 10);
     if (end == text || (*end != 'x' && *end != 'X')) return 0;
     const char *second = end + 1;
     long h = strtol(second, &end, 10);
-    return end != second && *end == '\0' && w >= 1 && h >= 1 && w <= 65535 && h <= 65535;
+    if (end == second || *end != '\0' || w < 1 || h < 1 || w > 65535 || h > 65535) return 0;
+    *width = (int)w;
+    *height = (int)h;
+    return 1;
 }
 
 static char *join(const char *dir, const char *name, const char *suffix)
@@ -52,18 +56,7 @@ static char *join(const char *dir, const char *name, const char *suffix)
     return s;
 }
 
-/* Draws one example through the render subcommand; its exit status. */
-static int render_example(const char *alg_path, const char *png_path, const char *size)
-{
-    char *argv[] = {"render", (char *)alg_path, "-o", (char *)png_path,
-                    "--size", (char *)size,     NULL};
-    const int argc = size != NULL ? 6 : 4;
-    argv[argc] = NULL;
-    optind = 0; /* a fresh parse for getopt */
-    return vt_cmd_render(argc, argv);
-}
-
-static int run_demo(const char *folder, const char *size)
+static int run_demo(const char *folder, int width, int height)
 {
     const char *root = getenv("VORLAN");
     char *examples = join(root, "examples", "");
@@ -89,7 +82,7 @@ static int run_demo(const char *folder, const char *size)
         char *stem = strsave(name);
         stem[strlen(stem) - 4] = '\0';
         char *png_path = join(folder, stem, ".png");
-        status = render_example(alg_path, png_path, size);
+        status = vt_render("demo", alg_path, png_path, width, height);
         if (status == VT_OK) {
             printf("  %s\n", png_path);
             done++;
@@ -117,19 +110,22 @@ int vt_cmd_demo(int argc, char **argv)
 {
     static const struct option options[] = {{"output", required_argument, NULL, 'o'},
                                             {"size", required_argument, NULL, 's'},
+                                            {"threads", required_argument, NULL, 'j'},
                                             {NULL, 0, NULL, 0}};
-    const char *folder = default_folder, *size = NULL;
-    int c;
+    const char *folder = default_folder;
+    int width = 0, height = 0, c;
     opterr = 0;
-    while ((c = getopt_long(argc, argv, ":o:s:", options, NULL)) != -1) {
+    while ((c = getopt_long(argc, argv, ":o:s:j:", options, NULL)) != -1) {
         switch (c) {
             case 'o':
                 folder = optarg;
                 break;
             case 's':
-                if (!valid_size(optarg))
+                if (!parse_size(optarg, &width, &height))
                     return vt_usage_error("demo", "bad size '%s' (WIDTHxHEIGHT)", optarg);
-                size = optarg;
+                break;
+            case 'j':
+                if (vt_parse_threads("demo", optarg) != VT_OK) return VT_USAGE;
                 break;
             case ':':
                 return vt_usage_error("demo", "%s needs a value", argv[optind - 1]);
@@ -139,5 +135,5 @@ int vt_cmd_demo(int argc, char **argv)
     }
     if (optind < argc) return vt_usage_error("demo", "unexpected argument '%s'", argv[optind]);
     if (*folder == '\0') return vt_usage_error("demo", "the folder name is empty");
-    return run_demo(folder, size);
+    return run_demo(folder, width, height);
 }

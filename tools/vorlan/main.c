@@ -56,11 +56,12 @@ static const vt_command commands[] = {
      "  -j, --threads N     threads to work on (row stripes); default one per core\n",
      vt_cmd_render},
     {"demo", "draw every bundled example into a folder",
-     "usage: vorlan demo [-o DIR] [--size WxH]\n"
+     "usage: vorlan demo [-o DIR] [--size WxH] [--threads N]\n"
      "  Renders each example algorithm of $VORLAN/examples as DIR/NAME.png and\n"
      "  says where they are.\n"
      "  -o, --output DIR    the folder, made if missing; default ./vorlan-demo\n"
-     "  -s, --size WxH      every picture's size; default each algorithm's own\n",
+     "  -s, --size WxH      every picture's size; default each algorithm's own\n"
+     "  -j, --threads N     threads to work on (row stripes); default one per core\n",
      vt_cmd_demo},
 };
 
