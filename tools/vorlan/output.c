@@ -138,36 +138,6 @@ static int has_vld_suffix(const char *path)
     return n > 4 && strcmp(path + n - 4, ".vld") == 0;
 }
 
-/* The data file of a new dataset: bands of a line one after the other. */
-typedef struct data_sink {
-    int fd;
-    int nr_bands;
-    size_t band_bytes;
-} data_sink;
-
-static int put_data_line(void *sink, int line, void **lines, void *scratch)
-{
-    (void)scratch;
-    const data_sink *d = sink;
-    for (int b = 0; b < d->nr_bands; b++) {
-        const char *from = lines[b];
-        off_t at = ((off_t)line * d->nr_bands + b) * (off_t)d->band_bytes;
-        size_t left = d->band_bytes;
-        while (left > 0) {
-            ssize_t n = pwrite(d->fd, from, left, at);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                if (n == 0) errno = ENOSPC;
-                return -1;
-            }
-            from += n;
-            at += n;
-            left -= (size_t)n;
-        }
-    }
-    return 0;
-}
-
 static Vds *open_tods(algorithm *alg, char **errmsg)
 {
     return vds_open_alg_tods(alg, errmsg, NULL, NULL);
@@ -179,14 +149,16 @@ static int write_cells(const char *sub, const algorithm *pristine, Vds *vds, con
                        const char *path)
 {
     const rasterinfo *r = &dsh->info.r;
-    data_sink sink = {-1, r->nr_bands, (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type)};
-    sink.fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (sink.fd < 0) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
-    vt_stripe_job job = {sub,           path,        pristine,        open_tods,
-                         r->nr_lines,   r->nr_bands, sink.band_bytes, 0,
-                         put_data_line, &sink};
+    const int fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (fd < 0) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    /* A line of the data file is the bands' lines one after the other. */
+    const size_t band_bytes = (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type);
+    vt_stripe_job job = {sub,         path,        pristine,   open_tods,
+                         r->nr_lines, r->nr_bands, band_bytes, band_bytes * (size_t)r->nr_bands,
+                         NULL,        0,           fd,         0,
+                         NULL};
     int status = vt_run_stripes(&job, vds);
-    if (close(sink.fd) != 0 && status == VT_OK)
+    if (close(fd) != 0 && status == VT_OK)
         status = vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
     return status;
 }
