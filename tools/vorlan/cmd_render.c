@@ -96,15 +96,16 @@ static Vds *open_window(algorithm *alg, char **errmsg)
 }
 
 /* Makes the picture's rows into the temporary file; an exit status. */
-static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p, const char *path)
+static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p, const char *path,
+                const char *shown)
 {
     FILE *file = fopen(path, "wb");
-    if (file == NULL) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    if (file == NULL) return vt_fail(sub, "cannot write %s: %s", shown, strerror(errno));
     int status = VT_OK;
     off_t header_bytes = 0;
     if (p->kind == PICTURE_PPM) {
         int n = fprintf(file, "P6\n%d %d\n255\n", p->width, p->height);
-        if (n < 0 || fflush(file) != 0) status = vt_fail(sub, "cannot write %s", path);
+        if (n < 0 || fflush(file) != 0) status = vt_fail(sub, "cannot write %s", shown);
         header_bytes = n;
     } else {
         p->image = malloc((size_t)p->width * 3 * (size_t)p->height);
@@ -113,7 +114,7 @@ static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p
     }
     if (status == VT_OK) {
         vt_stripe_job job = {sub,
-                             path,
+                             shown,
                              pristine,
                              open_window,
                              p->height,
@@ -128,8 +129,8 @@ static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p
         status = vt_run_stripes(&job, vds);
     }
     if (status == VT_OK && p->kind == PICTURE_PNG && write_png(p, file) != 0)
-        status = vt_interrupted ? VT_INTERRUPTED : vt_fail(sub, "cannot write %s", path);
-    if (fclose(file) != 0 && status == VT_OK) status = vt_fail(sub, "cannot write %s", path);
+        status = vt_interrupted ? VT_INTERRUPTED : vt_fail(sub, "cannot write %s", shown);
+    if (fclose(file) != 0 && status == VT_OK) status = vt_fail(sub, "cannot write %s", shown);
     free(p->image);
     p->image = NULL;
     return status;
@@ -165,7 +166,7 @@ int vt_render(const char *sub, const char *name, const char *output, int width, 
     Vds *vds = status == VT_OK ? open_window(alg, &errmsg) : NULL;
     if (status == VT_OK && vds == NULL) status = vt_fail_text(sub, errmsg);
     safe_free(errmsg);
-    if (status == VT_OK) status = draw(sub, pristine, vds, &p, temp.temp_path);
+    if (status == VT_OK) status = draw(sub, pristine, vds, &p, temp.temp_path, output);
     vds_close(&vds);
     ef_algorithm(pristine);
     if (status == VT_OK && vt_tempfile_commit(&temp, sub) != 0) status = VT_FAILED;

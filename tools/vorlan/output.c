@@ -38,6 +38,9 @@ void vt_catch_signals(void)
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, NULL);
     sigaction(SIGTERM, &action, NULL);
+    /* A write past the file size limit fails with EFBIG, like a full disk,
+     * instead of ending the program with its temporary files left behind. */
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 static char *concat3(const char *a, const char *b, const char *c)
@@ -146,20 +149,20 @@ static Vds *open_tods(algorithm *alg, char **errmsg)
 /* Writes every line of the image into the data file, on every core; an exit
  * status after saying what failed. */
 static int write_cells(const char *sub, const algorithm *pristine, Vds *vds, const dshdr *dsh,
-                       const char *path)
+                       const char *shown, const char *path)
 {
     const rasterinfo *r = &dsh->info.r;
     const int fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (fd < 0) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    if (fd < 0) return vt_fail(sub, "cannot write %s: %s", shown, strerror(errno));
     /* A line of the data file is the bands' lines one after the other. */
     const size_t band_bytes = (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type);
-    vt_stripe_job job = {sub,         path,        pristine,   open_tods,
+    vt_stripe_job job = {sub,         shown,       pristine,   open_tods,
                          r->nr_lines, r->nr_bands, band_bytes, band_bytes * (size_t)r->nr_bands,
                          NULL,        0,           fd,         0,
                          NULL};
     int status = vt_run_stripes(&job, vds);
     if (close(fd) != 0 && status == VT_OK)
-        status = vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+        status = vt_fail(sub, "cannot write %s: %s", shown, strerror(errno));
     return status;
 }
 
@@ -196,7 +199,7 @@ int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, in
     if (status == VT_OK) {
         /* The cells go to the temporary data file; the header, written last,
          * names the final one (beside it, so it is left out of the text). */
-        status = write_cells(sub, pristine, vds, dsh, data.temp_path);
+        status = write_cells(sub, pristine, vds, dsh, data_final, data.temp_path);
     }
     vds_close(&vds);
     ef_algorithm(pristine);

@@ -3,10 +3,12 @@
  *
  * The image is cut into row stripes, one per thread; each stripe has a
  * handle of its own over a copy of the algorithm, started at the stripe's
- * first line, and hands its lines to a sink that puts each where it belongs
- * (at its offset in a file, or in a picture in memory). The library makes a
- * stripe's lines the same bytes as a read from the top, so the output is the
- * same however many threads there are.
+ * first line, and puts each row where it belongs: in the output file, by
+ * writes of a few megabytes at the rows' offsets, or in a picture in memory.
+ * (Writes, not a mapping: a mapped new file has every page zeroed before it
+ * is written, which costs more than the copy and shares out worse.) The
+ * library makes a stripe's lines the same bytes as a read from the top, so
+ * the output is the same however many threads there are.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>
