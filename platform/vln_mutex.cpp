@@ -18,6 +18,14 @@ vln_mutex VLN_GLOBAL_GDT_MUTEX;
 namespace {
 
 std::atomic<bool> locking_on{false};
+
+/* Whether the lock lives. A lock is created once, under create_guard, and
+ * then read without it: the flag is published with release and read with
+ * acquire, so that a thread that sees it set sees the lock's state too. */
+int is_created(const vln_mutex *mutex)
+{
+    return __atomic_load_n(&mutex->created, __ATOMIC_ACQUIRE);
+}
 // Guards the creation of locks, so that two threads meeting a fresh lock at
 // once create it only once.
 pthread_mutex_t create_guard = PTHREAD_MUTEX_INITIALIZER;
@@ -44,8 +52,8 @@ int vln_mutex_create(vln_mutex *mutex)
         pthread_mutexattr_init(&attr);
         pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
         if (pthread_mutex_init(&mutex->cs, &attr) == 0) {
-            mutex->created = 1;
             mutex->count = 0;
+            __atomic_store_n(&mutex->created, 1, __ATOMIC_RELEASE);
         }
         pthread_mutexattr_destroy(&attr);
     }
@@ -59,8 +67,8 @@ void vln_mutex_destroy(vln_mutex *mutex)
     if (mutex == nullptr) return;
     pthread_mutex_lock(&create_guard);
     if (mutex->created) {
+        __atomic_store_n(&mutex->created, 0, __ATOMIC_RELEASE);
         pthread_mutex_destroy(&mutex->cs);
-        mutex->created = 0;
         mutex->count = 0;
     }
     pthread_mutex_unlock(&create_guard);
@@ -74,7 +82,7 @@ void vln_mutex_clean(void)
 void vln_mutex_begin(vln_mutex *mutex)
 {
     if (!locking_on.load() || mutex == nullptr) return;
-    if (!mutex->created && !vln_mutex_create(mutex)) {
+    if (!is_created(mutex) && !vln_mutex_create(mutex)) {
         perror("vln_mutex_create() failed");
         return;
     }
@@ -84,7 +92,7 @@ void vln_mutex_begin(vln_mutex *mutex)
 
 void vln_mutex_end(vln_mutex *mutex)
 {
-    if (!locking_on.load() || mutex == nullptr || !mutex->created) return;
+    if (!locking_on.load() || mutex == nullptr || !is_created(mutex)) return;
     // A lock taken before locking was turned on was never entered.
     if (mutex->count <= 0) return;
     mutex->count--;

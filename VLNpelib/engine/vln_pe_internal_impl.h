@@ -55,12 +55,25 @@ T round_to(double value)
         return static_cast<T>(value);
     } else {
         if (std::isnan(value)) return T{0};
-        double r = value >= 0 ? std::floor(value + 0.5) : std::ceil(value - 0.5);
         constexpr double lo = static_cast<double>(std::numeric_limits<T>::min());
         constexpr double hi = static_cast<double>(std::numeric_limits<T>::max());
-        if (r < lo) return std::numeric_limits<T>::min();
-        if (r > hi) return std::numeric_limits<T>::max();
-        return static_cast<T>(r);
+        if constexpr (sizeof(T) <= 4) {
+            // floor(r) of r >= 0 and ceil(r) of r <= 0 are both r truncated,
+            // which a conversion does in one instruction, in any rounding mode.
+            if (value >= 0) {
+                const double r = value + 0.5;
+                return r >= hi + 1.0 ? std::numeric_limits<T>::max()
+                                     : static_cast<T>(static_cast<int64_t>(r));
+            }
+            const double r = value - 0.5;
+            return r <= lo - 1.0 ? std::numeric_limits<T>::min()
+                                 : static_cast<T>(static_cast<int64_t>(r));
+        } else {
+            double r = value >= 0 ? std::floor(value + 0.5) : std::ceil(value - 0.5);
+            if (r < lo) return std::numeric_limits<T>::min();
+            if (r > hi) return std::numeric_limits<T>::max();
+            return static_cast<T>(r);
+        }
     }
 }
 

@@ -221,6 +221,19 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 only_fixture_files . "failures"
 
+# ---------------------------------------------------------------- no room
+# Outputs larger than the file size limit fail as on a full disk: exit 1, a
+# message, and nothing left behind.
+[ -f big.vld ] || "$fixture" . big || fail "the big fixture"
+for args in "render grey.alg -o room.ppm --size 900x900" "render grey.alg -o room.png --size 900x900" \
+    "process big.alg -o room.vld"; do
+    (ulimit -f 2; "$tool" $args >out 2>err)
+    status=$?
+    [ $status -eq 1 ] || fail "$args with no room exited $status: $(head -c 300 err)"
+    grep -q "^vorlan .*: " err || fail "$args with no room said nothing"
+    [ -z "$(ls -A | grep room)" ] || fail "$args with no room left $(ls -A | grep room)"
+done
+
 # ---------------------------------------------------------------- an interrupt
 # A run of several seconds, stopped once its temporary file exists: it ends
 # with 130 and leaves neither the output nor a temporary file.

@@ -5,8 +5,9 @@
  * A layer reads one dataset, so the inputs are first stacked: a virtual
  * dataset whose band k is input k (one layer per input over the first
  * input's extent and cells). The formula's layer reads that stack, INPUTk
- * on its band k. Both documents are written as text in a private temporary
- * folder, read back, and removed.
+ * on its band k; inputs that are all bands of one dataset need no stack.
+ * The documents are written as text in a private temporary folder, read
+ * back, and removed.
  */
 #define _DEFAULT_SOURCE
 #include <ctype.h>
@@ -230,15 +231,21 @@ static int run(calc_input *inputs, int n, const char *formula, const char *outpu
      * formula; its null is a value no input cell takes. Layers of different
      * descriptions stay separate bands. */
     text t = {malloc_or_die(4096), 0, 4096};
-    begin_document(&t, first,
-                   "\tOutputType = IEEE8ByteReal\n\tNullValue = -1.7976931348623157e308\n");
-    for (int i = 0; i < n; i++) {
-        char description[32];
-        snprintf(description, sizeof description, "INPUT%d", i + 1);
-        add_layer(&t, description, inputs[i].path, "INPUT1", &inputs[i].band, 1);
+    /* Bands of one dataset need no stack: the layer reads them itself. */
+    int one_dataset = 1;
+    for (int i = 1; i < n; i++)
+        one_dataset = one_dataset && strcmp(inputs[i].path, inputs[0].path) == 0;
+    if (!one_dataset) {
+        begin_document(&t, first,
+                       "\tOutputType = IEEE8ByteReal\n\tNullValue = -1.7976931348623157e308\n");
+        for (int i = 0; i < n; i++) {
+            char description[32];
+            snprintf(description, sizeof description, "INPUT%d", i + 1);
+            add_layer(&t, description, inputs[i].path, "INPUT1", &inputs[i].band, 1);
+        }
+        end_document(&t);
+        status = write_text("calc", stack_path, &t);
     }
-    end_document(&t);
-    status = write_text("calc", stack_path, &t);
 
     if (status == 0) {
         /* The output's null is the first input's, where it has one. */
@@ -248,8 +255,8 @@ static int run(calc_input *inputs, int n, const char *formula, const char *outpu
         t.length = 0;
         begin_document(&t, first, settings);
         int *bands = malloc_or_die(sizeof(int) * (size_t)n);
-        for (int i = 0; i < n; i++) bands[i] = i + 1;
-        add_layer(&t, "calc", stack_path, formula, bands, n);
+        for (int i = 0; i < n; i++) bands[i] = one_dataset ? inputs[i].band : i + 1;
+        add_layer(&t, "calc", one_dataset ? inputs[0].path : stack_path, formula, bands, n);
         safe_free(bands);
         end_document(&t);
         status = write_text("calc", calc_path, &t);

@@ -49,49 +49,22 @@ static void png_failed(png_structp png, png_const_charp message)
     png_longjmp(png, 1);
 }
 
-/* Where the rows go: at their place in a PPM file, or into a picture in
- * memory that is written as a PNG at the end. */
+/* The picture: rows in memory for a PNG, compressed in order at the end. */
 typedef struct picture {
     picture_kind kind;
     int width, height;
-    int fd;               /* PPM */
-    off_t header_bytes;   /* PPM */
     unsigned char *image; /* PNG: width * 3 bytes per row */
 } picture;
 
 /* Red in bits 16-23, green 8-15, blue 0-7: the shifts of the open. */
-static void to_rgb(const uint32_t *pixels, unsigned char *rgb, int width)
+static void to_rgb(void **lines, unsigned char *rgb, int width)
 {
+    const uint32_t *pixels = lines[0];
     for (int x = 0; x < width; x++) {
         rgb[3 * x] = (unsigned char)(pixels[x] >> 16);
         rgb[3 * x + 1] = (unsigned char)(pixels[x] >> 8);
         rgb[3 * x + 2] = (unsigned char)pixels[x];
     }
-}
-
-static int put_row(void *sink, int line, void **lines, void *scratch)
-{
-    picture *p = sink;
-    const size_t row_bytes = (size_t)p->width * 3;
-    if (p->kind == PICTURE_PNG) {
-        to_rgb(lines[0], p->image + row_bytes * (size_t)line, p->width);
-        return 0;
-    }
-    unsigned char *rgb = scratch;
-    to_rgb(lines[0], rgb, p->width);
-    off_t at = p->header_bytes + (off_t)row_bytes * line;
-    for (size_t left = row_bytes; left > 0;) {
-        ssize_t n = pwrite(p->fd, rgb, left, at);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            if (n == 0) errno = ENOSPC;
-            return -1;
-        }
-        rgb += n;
-        at += n;
-        left -= (size_t)n;
-    }
-    return 0;
 }
 
 /* Writes the picture held in memory as a PNG; 0 or -1. */
@@ -123,16 +96,17 @@ static Vds *open_window(algorithm *alg, char **errmsg)
 }
 
 /* Makes the picture's rows into the temporary file; an exit status. */
-static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p, const char *path)
+static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p, const char *path,
+                const char *shown)
 {
     FILE *file = fopen(path, "wb");
-    if (file == NULL) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    if (file == NULL) return vt_fail(sub, "cannot write %s: %s", shown, strerror(errno));
     int status = VT_OK;
+    off_t header_bytes = 0;
     if (p->kind == PICTURE_PPM) {
         int n = fprintf(file, "P6\n%d %d\n255\n", p->width, p->height);
-        if (n < 0 || fflush(file) != 0) status = vt_fail(sub, "cannot write %s", path);
-        p->header_bytes = n;
-        p->fd = fileno(file);
+        if (n < 0 || fflush(file) != 0) status = vt_fail(sub, "cannot write %s", shown);
+        header_bytes = n;
     } else {
         p->image = malloc((size_t)p->width * 3 * (size_t)p->height);
         if (p->image == NULL)
@@ -140,20 +114,23 @@ static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p
     }
     if (status == VT_OK) {
         vt_stripe_job job = {sub,
-                             path,
+                             shown,
                              pristine,
                              open_window,
                              p->height,
                              1,
                              sizeof(uint32_t) * (size_t)p->width,
-                             (size_t)p->width * 3 + 16,
-                             put_row,
-                             p};
+                             (size_t)p->width * 3,
+                             to_rgb,
+                             p->width,
+                             fileno(file),
+                             header_bytes,
+                             p->image};
         status = vt_run_stripes(&job, vds);
     }
     if (status == VT_OK && p->kind == PICTURE_PNG && write_png(p, file) != 0)
-        status = vt_interrupted ? VT_INTERRUPTED : vt_fail(sub, "cannot write %s", path);
-    if (fclose(file) != 0 && status == VT_OK) status = vt_fail(sub, "cannot write %s", path);
+        status = vt_interrupted ? VT_INTERRUPTED : vt_fail(sub, "cannot write %s", shown);
+    if (fclose(file) != 0 && status == VT_OK) status = vt_fail(sub, "cannot write %s", shown);
     free(p->image);
     p->image = NULL;
     return status;
@@ -174,7 +151,7 @@ int vt_render(const char *sub, const char *name, const char *output, int width, 
     }
     if (width > 0)
         vln_rethink_alg(alg, width, height, alg->dots_per_inch_across, alg->dots_per_inch_down);
-    picture p = {kind, alg->output_width, alg->output_height, -1, 0, NULL};
+    picture p = {kind, alg->output_width, alg->output_height, NULL};
 
     vt_tempfile temp;
     vt_catch_signals();
@@ -189,7 +166,7 @@ int vt_render(const char *sub, const char *name, const char *output, int width, 
     Vds *vds = status == VT_OK ? open_window(alg, &errmsg) : NULL;
     if (status == VT_OK && vds == NULL) status = vt_fail_text(sub, errmsg);
     safe_free(errmsg);
-    if (status == VT_OK) status = draw(sub, pristine, vds, &p, temp.temp_path);
+    if (status == VT_OK) status = draw(sub, pristine, vds, &p, temp.temp_path, output);
     vds_close(&vds);
     ef_algorithm(pristine);
     if (status == VT_OK && vt_tempfile_commit(&temp, sub) != 0) status = VT_FAILED;

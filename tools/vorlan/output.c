@@ -38,6 +38,9 @@ void vt_catch_signals(void)
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, NULL);
     sigaction(SIGTERM, &action, NULL);
+    /* A write past the file size limit fails with EFBIG, like a full disk,
+     * instead of ending the program with its temporary files left behind. */
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 static char *concat3(const char *a, const char *b, const char *c)
@@ -138,36 +141,6 @@ static int has_vld_suffix(const char *path)
     return n > 4 && strcmp(path + n - 4, ".vld") == 0;
 }
 
-/* The data file of a new dataset: bands of a line one after the other. */
-typedef struct data_sink {
-    int fd;
-    int nr_bands;
-    size_t band_bytes;
-} data_sink;
-
-static int put_data_line(void *sink, int line, void **lines, void *scratch)
-{
-    (void)scratch;
-    const data_sink *d = sink;
-    for (int b = 0; b < d->nr_bands; b++) {
-        const char *from = lines[b];
-        off_t at = ((off_t)line * d->nr_bands + b) * (off_t)d->band_bytes;
-        size_t left = d->band_bytes;
-        while (left > 0) {
-            ssize_t n = pwrite(d->fd, from, left, at);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) {
-                if (n == 0) errno = ENOSPC;
-                return -1;
-            }
-            from += n;
-            at += n;
-            left -= (size_t)n;
-        }
-    }
-    return 0;
-}
-
 static Vds *open_tods(algorithm *alg, char **errmsg)
 {
     return vds_open_alg_tods(alg, errmsg, NULL, NULL);
@@ -176,18 +149,20 @@ static Vds *open_tods(algorithm *alg, char **errmsg)
 /* Writes every line of the image into the data file, on every core; an exit
  * status after saying what failed. */
 static int write_cells(const char *sub, const algorithm *pristine, Vds *vds, const dshdr *dsh,
-                       const char *path)
+                       const char *shown, const char *path)
 {
     const rasterinfo *r = &dsh->info.r;
-    data_sink sink = {-1, r->nr_bands, (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type)};
-    sink.fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (sink.fd < 0) return vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
-    vt_stripe_job job = {sub,           path,        pristine,        open_tods,
-                         r->nr_lines,   r->nr_bands, sink.band_bytes, 0,
-                         put_data_line, &sink};
+    const int fd = open(path, O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (fd < 0) return vt_fail(sub, "cannot write %s: %s", shown, strerror(errno));
+    /* A line of the data file is the bands' lines one after the other. */
+    const size_t band_bytes = (size_t)r->nr_cells * (size_t)celltypesize(r->cell_type);
+    vt_stripe_job job = {sub,         shown,       pristine,   open_tods,
+                         r->nr_lines, r->nr_bands, band_bytes, band_bytes * (size_t)r->nr_bands,
+                         NULL,        0,           fd,         0,
+                         NULL};
     int status = vt_run_stripes(&job, vds);
-    if (close(sink.fd) != 0 && status == VT_OK)
-        status = vt_fail(sub, "cannot write %s: %s", path, strerror(errno));
+    if (close(fd) != 0 && status == VT_OK)
+        status = vt_fail(sub, "cannot write %s: %s", shown, strerror(errno));
     return status;
 }
 
@@ -224,7 +199,7 @@ int vt_write_dataset(const char *sub, algorithm *alg, const char *out_header, in
     if (status == VT_OK) {
         /* The cells go to the temporary data file; the header, written last,
          * names the final one (beside it, so it is left out of the text). */
-        status = write_cells(sub, pristine, vds, dsh, data.temp_path);
+        status = write_cells(sub, pristine, vds, dsh, data_final, data.temp_path);
     }
     vds_close(&vds);
     ef_algorithm(pristine);

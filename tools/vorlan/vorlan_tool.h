@@ -14,6 +14,7 @@
 
 #include <signal.h>
 #include <stdio.h>
+#include <sys/types.h>
 
 #include "vld_alg.h"
 #include "vld_core.h"
@@ -103,19 +104,23 @@ int vt_parse_threads(const char *sub, const char *text);
 int vt_thread_count(int lines);
 
 /* An image made in row stripes: each stripe opens its own handle over a copy
- * of `alg` with `open`, and hands each line (`nr_bands` lines of
- * `band_bytes`) to `put`, which is called from several threads at once, for
- * different lines; it gets a scratch block of `scratch_bytes` of its
- * stripe's own, and returns 0, or -1 with errno set. */
+ * of `alg` with `open` and reads its lines (`nr_bands` lines of `band_bytes`
+ * each). Row y of the output, `row_bytes` long, is the bands' lines one after
+ * the other, or what `convert` makes of them; it goes to `fd` at offset
+ * `base + y * row_bytes`, a few megabytes at a time, or, when `memory` isn't
+ * null, to `memory + y * row_bytes`. */
 typedef struct vt_stripe_job {
     const char *sub;
     const char *output_name; /* for messages */
     const algorithm *alg;    /* as it was before any open */
     Vds *(*open)(algorithm *alg, char **errmsg);
     int height, nr_bands;
-    size_t band_bytes, scratch_bytes;
-    int (*put)(void *sink, int line, void **lines, void *scratch);
-    void *sink;
+    size_t band_bytes, row_bytes;
+    void (*convert)(void **lines, unsigned char *row, int width);
+    int width; /* for convert */
+    int fd;
+    off_t base;
+    unsigned char *memory;
 } vt_stripe_job;
 
 /* Makes the image on vt_thread_count threads; the first stripe may use a

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "formula_fixture.h"
+#include "vln_thread.h"
 #include "vln_vds.h"
 
 namespace {
@@ -424,6 +425,7 @@ TEST(EngineStripes, StripesGiveTheBytesOfAReadFromTheTop)
 TEST(EngineStripes, StripesOnTwoThreadsTogether)
 {
     start_engine();
+    ASSERT_EQ(vln_thread_init(), 1);
     Data data;
     const Case k = cases()[8];  // shaded pseudocolour
     const std::string path = data.dir.file("threads.alg");

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "resample_fixture.h"
 
@@ -85,3 +86,56 @@ TEST(RlsegNode, ReplacesTheRunsOfEveryBandByThoseOfItsValues)
 }
 
 }  // namespace
+
+/* The conversion of doubles to integer cells: half away from zero, limited
+ * to the type, NaN to 0; worked out here with floor and ceil, at the values
+ * where a quicker way could slip (halves, just under a half, the limits and
+ * just past them, huge values, negative zero). */
+template <class T>
+void expect_rounding_of(double value)
+{
+    const double r = value >= 0 ? std::floor(value + 0.5) : std::ceil(value - 0.5);
+    T want;
+    if (std::isnan(value))
+        want = 0;
+    else if (r < static_cast<double>(std::numeric_limits<T>::min()))
+        want = std::numeric_limits<T>::min();
+    else if (r > static_cast<double>(std::numeric_limits<T>::max()))
+        want = std::numeric_limits<T>::max();
+    else
+        want = static_cast<T>(r);
+    EXPECT_EQ(vln_pe::round_to<T>(value), want) << value << " as " << sizeof(T) << " bytes";
+}
+
+TEST(CellRounding, HalfAwayFromZeroWithinTheType)
+{
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  0.5,
+                                  -0.5,
+                                  1.5,
+                                  -1.5,
+                                  2.5,
+                                  0.49999999999999994,
+                                  -0.49999999999999994,
+                                  std::nan(""),
+                                  1e300,
+                                  -1e300,
+                                  4294967295.5,
+                                  -2147483648.5,
+                                  -2147483648.4,
+                                  2147483647.4,
+                                  2147483647.5};
+    for (double limit :
+         {127.0, 128.0, 255.0, 32767.0, 32768.0, 65535.0, 2147483647.0, 4294967295.0})
+        for (double d : {-0.5, -0.49999999999999994, 0.0, 0.49999999999999994, 0.5, 1.0})
+            values.push_back(limit + d), values.push_back(-limit + d);
+    for (double v : values) {
+        expect_rounding_of<uint8_t>(v);
+        expect_rounding_of<int8_t>(v);
+        expect_rounding_of<uint16_t>(v);
+        expect_rounding_of<int16_t>(v);
+        expect_rounding_of<uint32_t>(v);
+        expect_rounding_of<int32_t>(v);
+    }
+}
