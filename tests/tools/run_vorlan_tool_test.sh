@@ -179,6 +179,12 @@ for name, w, h in [("p1.ppm", 20, 12), ("p2.ppm", 40, 24)]:
     pixels = data[len(head):]
     assert all(pixels[i] == pixels[i + 1] == pixels[i + 2] for i in range(0, len(pixels), 3)), name
     assert len(set(pixels)) > 10, name  # not one flat colour
+# Twice the size is each pixel twice across and down, to the far corner.
+p1 = open("p1.ppm", "rb").read()[len(b"P6\n20 12\n255\n"):]
+p2 = open("p2.ppm", "rb").read()[len(b"P6\n40 24\n255\n"):]
+for y in range(24):
+    for x in range(40):
+        assert p2[3 * (40 * y + x)] == p1[3 * (20 * (y // 2) + x // 2)], (x, y)
 png = open("p3.png", "rb").read()
 assert png[:8] == b"\x89PNG\r\n\x1a\n" and png[12:16] == b"IHDR", png[:16]
 assert struct.unpack(">II", png[16:24]) == (40, 24)

@@ -149,8 +149,12 @@ int vt_render(const char *sub, const char *name, const char *output, int width, 
         ef_algorithm(alg);
         return VT_FAILED;
     }
-    if (width > 0)
+    if (width > 0) {
         vln_rethink_alg(alg, width, height, alg->dots_per_inch_across, alg->dots_per_inch_down);
+        /* The picture asked for is all image: the canvas grows with it. */
+        alg->canvas_width = alg->output_width;
+        alg->canvas_height = alg->output_height;
+    }
     picture p = {kind, alg->output_width, alg->output_height, NULL};
 
     vt_tempfile temp;
