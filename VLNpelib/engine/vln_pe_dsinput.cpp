@@ -299,9 +299,18 @@ void widen_dsinput(pe_context *, dsinput *d)
     d->first_line -= top;
     d->nr_lines += top + bottom;
     if (d->is_virtual) {
-        // A virtual dataset is asked for a rectangle: its grid grows instead.
-        d->dsh->info.r.nr_cells += left + right;
-        d->dsh->info.r.nr_lines += top + bottom;
+        // A virtual dataset makes whatever rectangle it is asked for: where
+        // the margins reach past its grid, the grid grows to hold them, its
+        // registration cell moving with a first line or cell before it.
+        rasterinfo &r = d->dsh->info.r;
+        const int before_top = d->first_line < 0 ? -d->first_line : 0;
+        const int before_left = d->first_cell < 0 ? -d->first_cell : 0;
+        r.registration_cell_x += before_left;
+        r.registration_cell_y += before_top;
+        d->first_cell += before_left;
+        d->first_line += before_top;
+        r.nr_cells = std::max(r.nr_cells + before_left, d->first_cell + d->nr_cells);
+        r.nr_lines = std::max(r.nr_lines + before_top, d->first_line + d->nr_lines);
     }
 }
 
