@@ -153,6 +153,14 @@ VLD_API int gdt_xyz_to_xyz(const gdt_bursa_wolf *bw, double x, double y, double 
 VLD_API void gdt_bw_invert(const gdt_bursa_wolf *in, gdt_bursa_wolf *out);
 VLD_API void gdt_bw_combine(const gdt_bursa_wolf *a, const gdt_bursa_wolf *b, gdt_bursa_wolf *out);
 
+/* Grid sets of datum shifts: a list of file names, blank-separated, in the
+ * table directory. init returns a handle, or 0 when no file could be read. */
+VLD_API int grid_access_init(const char *file_list);
+VLD_API int grid_access_set_current_id(int handle);
+/* Coefficients a square of the current set: 18, 8, or 2 for NTv2 shifts. */
+VLD_API int grid_access_inq_num_coeffs(void);
+VLD_API int grid_access_close(int handle);
+
 /* Angle brought to -pi..pi when its size exceeds pi by more than rounding. */
 VLD_API double gdt_normal_pi(double angle);
 

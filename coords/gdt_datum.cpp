@@ -59,8 +59,14 @@ int load_row(const char *key, gdt::DatumChange &change)
             gdt::reportf('S', 0, "error reading datum change (%s record)", g.label);
             return -1;
         }
-        gdt::reportf('S', 0, "error opening grid/datum change file (%s): %s", g.label, files);
-        return -1;
+        change.grid = grid_access_init(files);
+        if (change.grid <= 0) {
+            gdt::reportf('S', 0, "error opening grid/datum change file (%s): %s in %s", g.label,
+                         files, gdb_grid_path());
+            return -1;
+        }
+        change.mode = 2;
+        return 0;
     }
     gdt::report('S', 0, "Unknown datum change type");
     return -1;
@@ -107,6 +113,8 @@ int gdt::load_datum_change(const char *source, const char *target, DatumChange &
     DatumChange a, b;
     if (load_row(to_wgs, a) != 0 || load_row(from_wgs, b) != 0) return -1;
     if (a.mode != 1 || b.mode != 1) {
+        close_datum_change(a);
+        close_datum_change(b);
         report('U', 0, "No datum change exists");
         return -1;
     }
@@ -119,6 +127,7 @@ int gdt::load_datum_change(const char *source, const char *target, DatumChange &
 
 void gdt::close_datum_change(DatumChange &change)
 {
+    if (change.mode == 2) grid_access_close(change.grid);
     change = DatumChange{};
 }
 
@@ -130,15 +139,6 @@ int gdt::bw_gd_to_gd(const DatumChange &change, const gdt_spheroid &from, const 
     if (gdt_xyz_to_xyz(&change.bw, x, y, z, &x, &y, &z) != 0) return -1;
     gdt_xyz_to_gd(&to, x, y, z, olon, olat, oh);
     return 0;
-}
-
-int gdt::grid_gd_to_gd(const DatumChange &, const gdt_spheroid &, const gdt_spheroid &, double lon,
-                       double lat, double h, double *olon, double *olat, double *oh)
-{
-    *olon = lon;
-    *olat = lat;
-    *oh = h;
-    return -1;
 }
 
 void gdt_gd_to_xyz(const gdt_spheroid *s, double lon, double lat, double h, double *x, double *y,

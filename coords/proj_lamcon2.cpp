@@ -55,7 +55,7 @@ int forward(void *block, double lon, double lat, double *x, double *y)
 {
     const auto *p = static_cast<const Lamcon2 *>(block);
     double rho;
-    if (std::fabs(lat) >= 1.5707963267958966) {
+    if (std::fabs(lat) >= kPi / 2 - 1e-10) {
         // The pole on the cone's side is its apex; the other is at infinity.
         if (lat * p->n <= 0) return GDT_PROJ_POLE;
         rho = 0;

@@ -127,6 +127,12 @@ def change_tables():
         cha.append((key, "bursawol"))
         bw.append((key, float(tx), float(ty), float(tz), sign * rx * ARCSEC, sign * ry * ARCSEC,
                    sign * rz * ARCSEC, float(ds)))
+    # Grid shifts, converted at build time from the NTv2 grids of the
+    # projection library's data package (tools/gdt/gdt_gsb2grid.cpp).
+    ntv2 = [("NZGD49>NZGD2000", "nzgd2kgrid0005.grd"), ("DHDN>ETRS89", "BETA2007.grd"),
+            ("NTF>RGF93", "ntf_r93.grd")]
+    cha += [(key, "ntv2") for key, _ in ntv2]
+    write("ntv2", ["name", "control_file"], ntv2)
     write("datumcha", ["name", "change_type"], cha)
     write("bursawol", ["name", "translation_x", "translation_y", "translation_z", "rotation_x",
                        "rotation_y", "rotation_z", "scale_change"], bw)
@@ -202,7 +208,7 @@ def main():
     datum_tables()
     change_tables()
     projection_tables()
-    for grid_table in ("smith", "nadwin32", "ntv2"):
+    for grid_table in ("smith", "nadwin32"):
         write(grid_table, ["name", "control_file"], [])
 
 

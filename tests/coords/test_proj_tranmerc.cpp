@@ -151,6 +151,16 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
         {wgs, "WGS84", "NUTM60", 177, 10, 0, 500000, NAN},
         {wgs, "WGS84", "SUTM60", 177, 0, 0, 500000, 10000000},
         {wgs, "WGS84", "MERCATOR", 10, 90, 2, NAN, NAN},
+        // Beyond the horizon of the perspective views.
+        {sphere, "SPHERE", "ORTHO_EQ", 100, 0, 1, NAN, NAN},
+        {sphere, "SPHERE", "ORTHO_EUROPE", -170, -40, 1, NAN, NAN},
+        {sphere, "SPHERE", "ORTHO_EQ", 89, 0, 0, NAN, 0},
+        {sphere, "SPHERE", "GNOMONIC_EQ", 90, 10, 1, NAN, NAN},
+        {sphere, "SPHERE", "GNOMONIC_NP", 30, -5, 1, NAN, NAN},
+        {sphere, "SPHERE", "GNOMONIC_NP", 30, 90, 0, 0, 0},
+        // The cone's apex, and its far pole at infinity.
+        {wgs, "WGS84", "LAMBERT93", 3, 90, 0, 700000, NAN},
+        {wgs, "WGS84", "LAMBERT93", 3, -90, 1, NAN, NAN},
     };
     for (const Case &c : cases) {
         int target = system(c.datum, c.projection);
