@@ -70,7 +70,11 @@ int gdt_placaree_install();
 int gdt_orthog_install();
 int gdt_gnomonic_install();
 int gdt_lamcon2_install();
+int gdt_usgs_install();
 int gdt_millercy_install();
+
+/* The parameter text of a "USGS ..." system, at the start of its block. */
+constexpr int kGdtUsgsTextSize = 256;
 
 /* sqrt(((1 - s)/(1 + s)) * ((1 + e s)/(1 - e s))^e) for s = sin(latitude). */
 double gdt_snyder_eqn_9_13(double s, double e);

@@ -16,6 +16,7 @@
 #include <strings.h>
 
 #include "gdt_internal.h"
+#include "gdt_proj_internal.h"
 #include "vln_guard_internal.h"
 
 namespace {
@@ -235,6 +236,8 @@ int load(gdt::CoordSys *s, const char *datum, const char *projection, const char
             std::fabs(row_ecc - s->datum.eccentricity) > 4e-7)
             s->status |= gdt::kStatusSpheroid;
     }
+    if (s->usgs_text)
+        std::snprintf(static_cast<char *>(s->block), kGdtUsgsTextSize, "%s", s->usgs_text);
     if (base->init(s->block) != 0) {
         gdt::report('U', 0, "projection initialisation");
         return -1;
@@ -266,7 +269,7 @@ int create(const char *datum, const char *projection, const char *units)
     bool usgs = strncasecmp(projection, "USGS ", 5) == 0;
     char horizontal[gdt::kNameSize], vertical[gdt::kNameSize];
     if (std::strlen(datum) >= gdt::kNameSize ||
-        (!usgs && std::strlen(projection) >= gdt::kNameSize) ||
+        std::strlen(projection) >= static_cast<size_t>(usgs ? kGdtUsgsTextSize : gdt::kNameSize) ||
         std::strlen(units) >= gdt::kNameSize || !split_units(units, horizontal, vertical)) {
         gdt::report('U', 3, "Name too big (cs_create)");
         return -1;

@@ -99,7 +99,9 @@ TEST_F(GdtEngine, BadNamesAreRefusedWithTheirTexts)
                  {"WGS84", "NOPROJ", "metres", "Projection \"NOPROJ\" not found"},
                  {"AVERYLONGDATUMNAME_X", "GEODETIC", "degrees", "Name too big"},
                  {"WGS84", "GEODETIC", "a-unit-word-too-long", "Name too big"},
-                 {"WGS84", "GEODETIC", "degrees/a-vertical-word-too-long", "Name too big"}};
+                 {"WGS84", "GEODETIC", "degrees/a-vertical-word-too-long", "Name too big"},
+                 {"WGS84", "USGS x 31", "metres", "projection initialisation"},
+                 {"WGS84", "USGS", "metres", "Projection \"USGS\" not found"}};
     for (const Case &c : cases) {
         gdt_test::messages.clear();
         EXPECT_EQ(gdt_crelock_coord_sys(c.datum, c.projection, c.units), -1) << c.text;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstring>
 
@@ -70,6 +71,13 @@ const Member kMembers[] = {
      22, -44, -10, 0.001},
     {"NAD83", "ALBERS_US", "+proj=aea +lat_1=29.5 +lat_2=45.5 +lat_0=23 +lon_0=-96 +ellps=GRS80",
      -96, 30, 20, 50, 0.001},
+    // The bridge to GCTP, whose spheroid argument is fixed at 0 (Clarke 1866);
+    // numbers not given are 0.
+    {"WGS84", "USGS 1 31", "+proj=utm +zone=31 +ellps=clrk66 +approx", 3, 3.5, 0, 84, 0.01},
+    {"WGS84", "USGS 1 -55", "+proj=utm +zone=55 +south +ellps=clrk66 +approx", 147, 3.5, -80, 0,
+     0.01},
+    {"WGS84", "USGS 5 0 0 0 0 0 0 0 500000", "+proj=merc +ellps=clrk66 +x_0=500000", 0, 180, -80,
+     80, 0.001},
     {"SPHERE", "ALBERS_US", "+proj=aea +lat_1=29.5 +lat_2=45.5 +lat_0=23 +lon_0=-96 +R=6371000",
      -96, 30, 20, 50, 0.001},
 };
@@ -123,7 +131,11 @@ TEST_P(ProjTranmerc, AgreesWithThePeerAndRoundTrips)
 
 INSTANTIATE_TEST_SUITE_P(Members, ProjTranmerc, ::testing::ValuesIn(kMembers),
                          [](const ::testing::TestParamInfo<Member> &info) {
-                             return std::string(info.param.datum) + "_" + info.param.projection;
+                             std::string name =
+                                 std::string(info.param.datum) + "_" + info.param.projection;
+                             for (char &c : name)
+                                 if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                             return name;
                          });
 
 using ProjEdges = Engine;
