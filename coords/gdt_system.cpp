@@ -134,7 +134,9 @@ double linear_factor(const char *word)
 
 void copy_name(char *to, const char *from)
 {
-    std::snprintf(to, gdt::kNameSize, "%s", from);
+    size_t n = strnlen(from, gdt::kNameSize - 1);
+    std::memcpy(to, from, n);
+    to[n] = '\0';
 }
 
 /* Loads the system's datum, projection and block from the tables: 0, or -1
@@ -152,9 +154,11 @@ int load(gdt::CoordSys *s, const char *datum, const char *projection, const char
         gdt::reportf('S', 0, "Datum \"%s\": radius, eccentricity or metre_factor missing", datum);
         return -1;
     }
-    if (gdb_load("prime_merid", "s", s->prime_merid_text) == 0) {
-        s->prime_merid_text[gdt::kNameSize - 1] = '\0';
-        s->datum.prime_merid = std::atof(s->prime_merid_text) * kPi / 180;
+    char field[512];
+    if (gdb_load("prime_merid", "s", field) == 0) {
+        // A field is as long as its line; the text is kept to the record's size.
+        copy_name(s->prime_merid_text, field);
+        s->datum.prime_merid = std::atof(field) * kPi / 180;
     }
     copy_name(s->projection.name, projection);
     s->base = gdt::kNoBase;

@@ -201,3 +201,24 @@ TEST_F(GdbTable, StructLoadFillsClassOneAttributesAndNeedsEveryColumn)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(GdbTable, LongFieldsOfADatumRowAreCutToTheRecord)
+{
+    // A text field may be as long as its line; the engine keeps a short copy.
+    table("datum_sp",
+          "name,code,radius,eccentricity,metre_factor,prime_merid\nLONG,1,6378137,0.08,1," +
+              std::string(400, '7') + "\n");
+    table("project", "name,type,metre_factor\n");
+    table("datumcha", "name,change_type\n");
+    table("bursawol", "name,translation_x\n");
+    int id = gdt_crelock_coord_sys("LONG", "GEODETIC", "degrees");
+    ASSERT_GT(id, 0) << gdt_test::messages.back();
+    char attribute[64] = "name", type[4] = "s", name[32];
+    ASSERT_EQ(gdt_inq_coord_sys(&id, "datum", attribute, type, name, sizeof name), 0);
+    EXPECT_STREQ(name, "LONG");
+    gdt_delete_coord_sys(&id);
+}
+
+}  // namespace
