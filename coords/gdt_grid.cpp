@@ -150,9 +150,11 @@ bool ntv2_shift(const GridFile &file, double x, double y, double &dlat, double &
     if (!found) return false;
     const gdt::SubGrid &s = *found;
     double fc = (x - s.west) / s.lon_inc, fr = (y - s.south) / s.lat_inc;
-    int c = static_cast<int>(std::floor(fc)), r = static_cast<int>(std::floor(fr));
-    c = std::min(std::max(c, 0), s.columns - 2);
-    r = std::min(std::max(r, 0), s.rows - 2);
+    auto index = [](double f, int last) {
+        double i = std::floor(f);
+        return static_cast<int>(i >= 0 ? (i < last ? i : last) : 0);
+    };
+    int c = index(fc, s.columns - 2), r = index(fr, s.rows - 2);
     double u = fc - c, v = fr - r;
     const float *base = file.shifts.data() + (s.offset - file.data_start) / sizeof(float);
     auto node = [&](int rr, int cc, int k) {

@@ -27,6 +27,13 @@ void str_error(const char *text)
     gdt::report('P', 0, text);
 }
 
+/* A double as an integer of `lo`..`hi`: clamped, NaN as 0. */
+int32_t to_int(double v, double lo = -2147483648.0, double hi = 2147483647.0)
+{
+    if (!(v == v)) return 0;
+    return static_cast<int32_t>(v < lo ? lo : v > hi ? hi : v);
+}
+
 const gdt_struct_attr *find(const gdt_struct_desc *d, const char *name)
 {
     for (int i = 0; i < d->count; i++)
@@ -73,7 +80,7 @@ int convert_out(const gdt_struct_attr &a, const char *block, char t, void *out, 
         else if (a.type == 'c')
             std::snprintf(text, sizeof text, "%c", *p);
         else if (a.type == 'l')
-            std::snprintf(text, sizeof text, "%ld", static_cast<long>(as_double(a, block)));
+            std::snprintf(text, sizeof text, "%ld", static_cast<long>(to_int(as_double(a, block))));
         else
             std::snprintf(text, sizeof text, "%.12lg", as_double(a, block));
         if (static_cast<int>(std::strlen(text)) >= out_size) {
@@ -84,15 +91,16 @@ int convert_out(const gdt_struct_attr &a, const char *block, char t, void *out, 
         return 0;
     }
     if (t == 'c') {
-        *static_cast<char *>(out) =
-            a.type == 'c' || a.type == 's' ? *p : static_cast<char>(as_double(a, block));
+        *static_cast<char *>(out) = a.type == 'c' || a.type == 's'
+                                        ? *p
+                                        : static_cast<char>(to_int(as_double(a, block), -128, 127));
         return 0;
     }
     double v = as_double(a, block);
     if (t == 'd')
         *static_cast<double *>(out) = v;
     else
-        *static_cast<int32_t *>(out) = static_cast<int32_t>(v);
+        *static_cast<int32_t *>(out) = to_int(v);
     return 0;
 }
 
@@ -247,13 +255,13 @@ int struct_mod(const gdt_struct_desc *d, void *block, const char *name, const ch
     }
     switch (a->type) {
         case 'c':
-            *p = static_cast<char>(v);
+            *p = static_cast<char>(to_int(v, -128, 127));
             break;
         case 'd':
             std::memcpy(p, &v, sizeof v);
             break;
         case 'l': {
-            int32_t i = static_cast<int32_t>(v);
+            int32_t i = to_int(v);
             std::memcpy(p, &i, sizeof i);
             break;
         }

@@ -125,7 +125,10 @@ int main(int argc, char **argv)
         s.lat_inc = r.double_of("LAT_INC");
         s.lon_inc = r.double_of("LONG_INC");
         int32_t records = r.int_of("GS_COUNT");
-        if (!r.ok || !(s.lat_inc > 0) || !(s.lon_inc > 0))
+        // Sizes beyond ten million nodes a side are not grids but damage.
+        if (!r.ok || !(s.lat_inc > 0) || !(s.lon_inc > 0) || !(s.north >= s.south) ||
+            !(w_west_positive >= e_west_positive) || !((s.north - s.south) / s.lat_inc < 1e7) ||
+            !((w_west_positive - e_west_positive) / s.lon_inc < 1e7))
             return fail("bad sub-grid header", input);
         s.west = -w_west_positive;
         s.east = -e_west_positive;
