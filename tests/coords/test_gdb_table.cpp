@@ -187,7 +187,7 @@ TEST_F(GdbTable, StructLoadFillsClassOneAttributesAndNeedsEveryColumn)
     struct_add(".hidden", &proto.hidden, "d");
     gdt_struct_desc *d = struct_end();
     ASSERT_NE(d, nullptr);
-    table("t", "key,a,n,c,hidden\nFULL,1.5,7,S,9\nPART,1.5,,S,9\n");
+    table("t", "key,a,n,c,hidden\nFULL,1.5,7,S,9\nPART,1.5,,S,9\nHUGE,1,5.7e10,S,9\nNAN,1,nan,S,9\n");
     ASSERT_EQ(gdb_set_table("t"), 0);
     ASSERT_EQ(gdb_set_name_key("full"), 0);
     ASSERT_EQ(gdb_struct_load(d, &block), 0);
@@ -197,6 +197,13 @@ TEST_F(GdbTable, StructLoadFillsClassOneAttributesAndNeedsEveryColumn)
     EXPECT_EQ(block.hidden, 0.0);
     ASSERT_EQ(gdb_set_name_key("part"), 0);
     EXPECT_EQ(gdb_struct_load(d, &block), -1);
+    // Numbers beyond an integer attribute's range are clamped to it.
+    ASSERT_EQ(gdb_set_name_key("huge"), 0);
+    ASSERT_EQ(gdb_struct_load(d, &block), 0);
+    EXPECT_EQ(block.n, 2147483647);
+    ASSERT_EQ(gdb_set_name_key("nan"), 0);
+    ASSERT_EQ(gdb_struct_load(d, &block), 0);
+    EXPECT_EQ(block.n, 0);
     free(d);
 }
 
