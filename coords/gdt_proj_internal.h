@@ -63,6 +63,7 @@ int gdt_tranmerc_install();
 int gdt_stm_install();
 int gdt_utm_install();
 int gdt_albersea_install();
+int gdt_stereo_install();
 int gdt_sinusoid_install();
 int gdt_eckertiv_install();
 int gdt_eckertvi_install();

@@ -185,6 +185,14 @@ def projection_tables():
     row("lamcon2", "LAMBERT93", ["false_east", "false_north", "centre_merid", "first_paral",
                                  "second_paral", "centre_lat"],
         (700000.0, 6600000.0, rad(3), rad(49), rad(44), rad(46.5)))
+    stereo = ["false_east", "false_north", "scale_factor", "centre_merid", "origin_lat", "true_lat"]
+    # Universal Polar Stereographic, north and south; the Antarctic polar
+    # stereographic, true at 71 S; an oblique view of the Netherlands.
+    row("stereo", "UPS_NORTH", stereo, (2000000.0, 2000000.0, 0.994, 0.0, rad(90), rad(90)))
+    row("stereo", "UPS_SOUTH", stereo, (2000000.0, 2000000.0, 0.994, 0.0, rad(-90), rad(-90)))
+    row("stereo", "ANTARCTIC_PS", stereo, (0.0, 0.0, 1.0, 0.0, rad(-90), rad(-71)))
+    row("stereo", "STEREO_NL", stereo, (155000.0, 463000.0, 0.9999079, rad(5.38763888888889),
+                                        rad(52.15616055555555), rad(90)))
     albers = ["false_east", "false_north", "first_paral", "second_paral", "origin_lat",
               "origin_long"]
     # Australian Albers (GDA94) and the conterminous United States (NAD83).

@@ -71,6 +71,25 @@ const Member kMembers[] = {
      22, -44, -10, 0.001},
     {"NAD83", "ALBERS_US", "+proj=aea +lat_1=29.5 +lat_2=45.5 +lat_0=23 +lon_0=-96 +ellps=GRS80",
      -96, 30, 20, 50, 0.001},
+    {"WGS84", "UPS_NORTH",
+     "+proj=stere +lat_0=90 +lon_0=0 +k=0.994 +x_0=2000000 +y_0=2000000 +ellps=WGS84", 0, 180, 60,
+     90, 0.001},
+    {"WGS84", "UPS_SOUTH",
+     "+proj=stere +lat_0=-90 +lon_0=0 +k=0.994 +x_0=2000000 +y_0=2000000 +ellps=WGS84", 0, 180, -90,
+     -60, 0.001},
+    {"WGS84", "ANTARCTIC_PS", "+proj=stere +lat_0=-90 +lat_ts=-71 +lon_0=0 +ellps=WGS84", 0, 180,
+     -90, -55, 0.001},
+    {"AMERSFOORT", "STEREO_NL",
+     "+proj=stere +lat_0=52.15616055555555 +lon_0=5.38763888888889 +k=0.9999079 +x_0=155000 "
+     "+y_0=463000 +ellps=bessel",
+     5.4, 30, 20, 80, 0.001},
+    {"SPHERE", "STEREO_NL",
+     "+proj=stere +lat_0=52.15616055555555 +lon_0=5.38763888888889 +k=0.9999079 +x_0=155000 "
+     "+y_0=463000 +R=6371000",
+     5.4, 30, 20, 80, 0.001},
+    {"SPHERE", "UPS_SOUTH",
+     "+proj=stere +lat_0=-90 +lon_0=0 +k=0.994 +x_0=2000000 +y_0=2000000 +R=6371000", 0, 180, -90,
+     -60, 0.001},
     // The bridge to GCTP, whose spheroid argument is fixed at 0 (Clarke 1866);
     // numbers not given are 0.
     {"WGS84", "USGS 1 31", "+proj=utm +zone=31 +ellps=clrk66 +approx", 3, 3.5, 0, 84, 0.01},
@@ -170,6 +189,10 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
         {sphere, "SPHERE", "GNOMONIC_EQ", 90, 10, 1, NAN, NAN},
         {sphere, "SPHERE", "GNOMONIC_NP", 30, -5, 1, NAN, NAN},
         {sphere, "SPHERE", "GNOMONIC_NP", 30, 90, 0, 0, 0},
+        // The stereographic views' antipodes.
+        {wgs, "WGS84", "UPS_NORTH", 30, -90, 4, NAN, NAN},
+        {sphere, "SPHERE", "STEREO_NL", 5.38763888888889 - 180, -52.15616055555555, 4, NAN, NAN},
+        {wgs, "WGS84", "UPS_NORTH", 30, 90, 0, 2000000, 2000000},
         // The cone's apex, and its far pole at infinity.
         {wgs, "WGS84", "LAMBERT93", 3, 90, 0, 700000, NAN},
         {wgs, "WGS84", "LAMBERT93", 3, -90, 1, NAN, NAN},
