@@ -63,6 +63,10 @@ int gdt_tranmerc_install();
 int gdt_stm_install();
 int gdt_utm_install();
 int gdt_albersea_install();
+int gdt_lambazea_install();
+int gdt_cassini_install();
+int gdt_bonne_install();
+int gdt_coniced_install();
 int gdt_stereo_install();
 int gdt_sinusoid_install();
 int gdt_eckertiv_install();
@@ -103,6 +107,12 @@ double gdt_snyder_eqn_3_35(double x, const gdt_series4 *s);
 /* The meridian distance at latitude phi. */
 double gdt_snyder_eqn_3_21(double phi, double first, const gdt_series4 *s);
 double gdt_snyder_eqn_3_24(double e2);
+
+/* Inverts `forward` at (x, y) from the start in lon, lat by Newton's method
+ * on finite differences, until the forward image is within `tolerance` (in
+ * projection units): 0, or -2 when it does not converge. */
+int gdt_scaled_newton(gdt_proj_conv_fn forward, void *block, double x, double y, double tolerance,
+                      double *lon, double *lat);
 
 /* asin and acos that take arguments just past +-1 as +-1. */
 double gdt_asin(double v);

@@ -132,3 +132,39 @@ double gdt_acosh(double v)
 {
     return std::log(v + std::sqrt(v * v - 1));
 }
+
+int gdt_scaled_newton(gdt_proj_conv_fn forward, void *block, double x, double y, double tolerance,
+                      double *lon, double *lat)
+{
+    double l = *lon, p = *lat;
+    double dl = kPi / 180, dp = kPi / 180;
+    // A forward result far beyond the target means the search has left the map.
+    auto sane = [&](double f, double g) {
+        return std::fabs(f) <= 10000.0 * std::fmax(std::fabs(x), 1.0) &&
+               std::fabs(g) <= 10000.0 * std::fmax(std::fabs(y), 1.0);
+    };
+    for (int round = 0; round < 100; round++) {
+        double f, g;
+        if (forward(block, l, p, &f, &g) != 0 || !sane(f, g)) return GDT_PROJ_NO_CONVERGENCE;
+        if (std::fabs(x - f) + std::fabs(y - g) <= tolerance) {
+            *lon = l;
+            *lat = p;
+            return GDT_PROJ_OK;
+        }
+        double fl, gl, fp, gp;
+        if (forward(block, l + dl, p, &fl, &gl) != 0 || forward(block, l, p + dp, &fp, &gp) != 0)
+            return GDT_PROJ_NO_CONVERGENCE;
+        double a = (fl - f) / dl, b = (fp - f) / dp, c = (gl - g) / dl, d = (gp - g) / dp;
+        double det = a * d - b * c;
+        if (std::fabs(det) < 1e-7) return GDT_PROJ_NO_CONVERGENCE;
+        double sl = ((x - f) * d - b * (y - g)) / det;
+        double sp = (a * (y - g) - c * (x - f)) / det;
+        l += sl;
+        p += sp;
+        if (p > kPi / 2) p = kPi / 2;
+        if (p < -kPi / 2) p = -kPi / 2;
+        dl = std::fmax(std::fabs(sl) / 2, 1e-12);
+        dp = std::fmax(std::fabs(sp) / 2, 1e-12);
+    }
+    return GDT_PROJ_NO_CONVERGENCE;
+}

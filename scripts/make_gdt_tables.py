@@ -193,6 +193,19 @@ def projection_tables():
     row("stereo", "ANTARCTIC_PS", stereo, (0.0, 0.0, 1.0, 0.0, rad(-90), rad(-71)))
     row("stereo", "STEREO_NL", stereo, (155000.0, 463000.0, 0.9999079, rad(5.38763888888889),
                                         rad(52.15616055555555), rad(90)))
+    # The European grid of equal area (ETRS89-LAEA), and a polar view.
+    laea = ["false_east", "false_north", "scale_factor", "centre_merid", "centre_lat"]
+    row("lambazea", "LAEA_EUROPE", laea, (4321000.0, 3210000.0, 1.0, rad(10), rad(52)))
+    row("lambazea", "LAEA_NORTH", laea, (0.0, 0.0, 1.0, rad(-40), rad(90)))
+    # Soldner Berlin, on DHDN.
+    row("cassini", "SOLDNER_BERLIN", ["false_east", "false_north", "centre_merid", "centre_lat"],
+        (40000.0, 10000.0, rad(13.62720366666667), rad(52.41864827777778)))
+    row("bonne", "BONNE_EUROPE", ["false_east", "false_north", "centre_merid", "centre_lat"],
+        (0.0, 0.0, rad(10), rad(45)))
+    # The equidistant conic of the former Soviet Union's atlas maps.
+    row("coniced", "EQDC_RUSSIA", ["false_east", "false_north", "centre_merid", "centre_lat",
+                                   "first_paral", "second_paral"],
+        (0.0, 0.0, rad(100), rad(55), rad(47), rad(62)))
     albers = ["false_east", "false_north", "first_paral", "second_paral", "origin_lat",
               "origin_long"]
     # Australian Albers (GDA94) and the conterminous United States (NAD83).

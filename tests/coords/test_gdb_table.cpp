@@ -187,7 +187,8 @@ TEST_F(GdbTable, StructLoadFillsClassOneAttributesAndNeedsEveryColumn)
     struct_add(".hidden", &proto.hidden, "d");
     gdt_struct_desc *d = struct_end();
     ASSERT_NE(d, nullptr);
-    table("t", "key,a,n,c,hidden\nFULL,1.5,7,S,9\nPART,1.5,,S,9\nHUGE,1,5.7e10,S,9\nNAN,1,nan,S,9\n");
+    table("t",
+          "key,a,n,c,hidden\nFULL,1.5,7,S,9\nPART,1.5,,S,9\nHUGE,1,5.7e10,S,9\nNAN,1,nan,S,9\n");
     ASSERT_EQ(gdb_set_table("t"), 0);
     ASSERT_EQ(gdb_set_name_key("full"), 0);
     ASSERT_EQ(gdb_struct_load(d, &block), 0);
