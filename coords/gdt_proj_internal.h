@@ -77,6 +77,8 @@ int gdt_gnomonic_install();
 int gdt_lamcon2_install();
 int gdt_usgs_install();
 int gdt_millercy_install();
+int gdt_winktrip_install();
+int gdt_regpol_install();
 
 /* The parameter text of a "USGS ..." system, at the start of its block. */
 constexpr int kGdtUsgsTextSize = 256;
@@ -113,6 +115,11 @@ double gdt_snyder_eqn_3_24(double e2);
  * projection units): 0, or -2 when it does not converge. */
 int gdt_scaled_newton(gdt_proj_conv_fn forward, void *block, double x, double y, double tolerance,
                       double *lon, double *lat);
+
+/* Inverts `forward` at (x, y) from the start in lon, lat, clipped to the
+ * globe, by Newton's method, to 0.0001 projection units: 0, or -2. */
+int gdt_generic_newton(gdt_proj_conv_fn forward, void *block, double x, double y, double *lon,
+                       double *lat);
 
 /* asin and acos that take arguments just past +-1 as +-1. */
 double gdt_asin(double v);

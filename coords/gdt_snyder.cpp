@@ -168,3 +168,60 @@ int gdt_scaled_newton(gdt_proj_conv_fn forward, void *block, double x, double y,
     }
     return GDT_PROJ_NO_CONVERGENCE;
 }
+
+int gdt_generic_newton(gdt_proj_conv_fn forward, void *block, double x, double y, double *lon,
+                       double *lat)
+{
+    double l = std::fmax(-kPi, std::fmin(kPi, *lon));
+    double p = std::fmax(-kPi / 2, std::fmin(kPi / 2, *lat));
+    double dl = kPi / 180, dp = kPi / 180;
+    int clamped = 0;
+    for (int round = 0; round < 99; round++) {
+        double f, g;
+        if (forward(block, l, p, &f, &g) != 0) return GDT_PROJ_NO_CONVERGENCE;
+        if (std::fabs(x - f) + std::fabs(y - g) < 0.0001) {
+            // Kept: the bound sits a hair above pi/2, as the members using it always had.
+            if (std::fabs(p) >= 1.5707963267958966) return GDT_PROJ_NO_CONVERGENCE;
+            *lon = l;
+            *lat = p;
+            return GDT_PROJ_OK;
+        }
+        // The latitude step goes towards the equator near the poles, where
+        // the forward is not defined beyond.
+        // and the longitude step towards the centre near the map's edge.
+        double sp_dir = p + dp > kPi / 2 ? -dp : dp;
+        double sl_dir = l + dl > kPi ? -dl : dl;
+        double fl, gl, fp, gp;
+        if (forward(block, l + sl_dir, p, &fl, &gl) != 0 ||
+            forward(block, l, p + sp_dir, &fp, &gp) != 0)
+            return GDT_PROJ_NO_CONVERGENCE;
+        double a = (fl - f) / sl_dir, b = (fp - f) / sp_dir, c = (gl - g) / sl_dir,
+               d = (gp - g) / sp_dir;
+        double det = a * d - b * c;
+        if (std::fabs(det) < 1e-7) return GDT_PROJ_NO_CONVERGENCE;
+        double sl = ((x - f) * d - b * (y - g)) / det;
+        double sp = (a * (y - g) - c * (x - f)) / det;
+        l += sl;
+        p += sp;
+        dl = std::fmax(std::fabs(sl) / 2, 1e-12);
+        dp = std::fmax(std::fabs(sp) / 2, 1e-12);
+        if (round >= 2) {
+            bool out = false;
+            if (std::fabs(p) > kPi / 2) {
+                p = p > 0 ? kPi / 2 : -kPi / 2;
+                out = true;
+            }
+            if (std::fabs(l) > 2 * kPi) {
+                l = l > 0 ? kPi : -kPi;
+                out = true;
+            }
+            if (out) {
+                if (std::fabs(sl) < 1e-12 && std::fabs(sp) < 1e-12 &&
+                    (clamped == 2 || clamped >= 10))
+                    return GDT_PROJ_NO_CONVERGENCE;
+                clamped++;
+            }
+        }
+    }
+    return GDT_PROJ_NO_CONVERGENCE;
+}

@@ -197,6 +197,12 @@ def projection_tables():
     laea = ["false_east", "false_north", "scale_factor", "centre_merid", "centre_lat"]
     row("lambazea", "LAEA_EUROPE", laea, (4321000.0, 3210000.0, 1.0, rad(10), rad(52)))
     row("lambazea", "LAEA_NORTH", laea, (0.0, 0.0, 1.0, rad(-40), rad(90)))
+    # Winkel tripel, true at the parallel whose cosine is 2/pi.
+    row("winktrip", "WINKEL_TRIPEL", ["false_east", "false_north", "scale_factor", "centre_merid",
+                                      "centre_lat"], (0.0, 0.0, 1.0, 0.0, math.acos(2 / math.pi)))
+    # The polyconic of Brazil's national mapping.
+    row("regpol", "POLYCONIC_BRAZIL", ["false_east", "false_north", "scale_factor", "centre_merid",
+                                       "centre_lat"], (5000000.0, 10000000.0, 1.0, rad(-54), 0.0))
     # Soldner Berlin, on DHDN.
     row("cassini", "SOLDNER_BERLIN", ["false_east", "false_north", "centre_merid", "centre_lat"],
         (40000.0, 10000.0, rad(13.62720366666667), rad(52.41864827777778)))

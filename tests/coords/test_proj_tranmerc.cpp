@@ -115,6 +115,11 @@ const Member kMembers[] = {
      100, 60, 40, 75, 0.01},
     {"SPHERE", "EQDC_RUSSIA", "+proj=eqdc +lat_0=55 +lon_0=100 +lat_1=47 +lat_2=62 +R=6371000", 100,
      60, 40, 75, 0.001},
+    {"WGS84", "WINKEL_TRIPEL", "+proj=wintri +R=6378137", 0, 179, -89, 89, 0.001},
+    {"WGS84", "POLYCONIC_BRAZIL", "+proj=poly +lon_0=-54 +x_0=5000000 +y_0=10000000 +ellps=WGS84",
+     -54, 20, -33, 5, 0.01},
+    {"SPHERE", "POLYCONIC_BRAZIL", "+proj=poly +lon_0=-54 +x_0=5000000 +y_0=10000000 +R=6371000",
+     -54, 20, -33, 5, 0.001},
     // The bridge to GCTP, whose spheroid argument is fixed at 0 (Clarke 1866);
     // numbers not given are 0.
     {"WGS84", "USGS 1 31", "+proj=utm +zone=31 +ellps=clrk66 +approx", 3, 3.5, 0, 84, 0.01},
@@ -150,7 +155,7 @@ TEST_P(ProjTranmerc, AgreesWithThePeerAndRoundTrips)
         ASSERT_TRUE(peer.forward(lon, lat, px, py));
         worst_forward = std::max({worst_forward, std::fabs(x - px), std::fabs(y - py)});
         double blon, blat, plon, plat;
-        ASSERT_EQ(carry(en, ll, px, py, blon, blat), 0);
+        ASSERT_EQ(carry(en, ll, px, py, blon, blat), 0) << lon / kDeg << " " << lat / kDeg;
         ASSERT_TRUE(peer.backward(px, py, plon, plat));
         if (m.peer_inverse_series) {
             plon = lon;
@@ -269,6 +274,31 @@ TEST_F(ProjEdges, SouthOrientedGridNegatesTranmerc)
     ASSERT_EQ(b->backward(block_b.data(), x2, y2, &lon, &lat), 0);
     EXPECT_NEAR(lon, 27 * kDeg, 1e-10);
     EXPECT_NEAR(lat, -30 * kDeg, 1e-10);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ProjEdges, PointsOffTheMapGoingBackward)
+{
+    int ll = system("WGS84", "GEODETIC", "radians");
+    struct Case {
+        const char *projection;
+        double x, y;
+        int status;
+    } cases[] = {
+        {"WINKEL_TRIPEL", 5e7, 5e7, -2},    // no convergence of the generic solver
+        {"MOLLWEIDE", 0, 1e8, 1},           // beyond the ellipse
+        {"ORTHO_EQ", 7e6, 0, 1},            // beyond the disc of the globe
+        {"SOLDNER_BERLIN", 1e12, 1e12, -2}  // the scaled solver leaves the map
+    };
+    for (const Case &c : cases) {
+        int en =
+            system(strcmp(c.projection, "SOLDNER_BERLIN") == 0 ? "DHDN" : "WGS84", c.projection);
+        double lon, lat;
+        EXPECT_EQ(carry(en, ll, c.x, c.y, lon, lat), c.status) << c.projection;
+    }
 }
 
 }  // namespace
