@@ -30,7 +30,8 @@ case "$target" in
     seeds=()
     mkdir -p "$build/seeds/$target"
     i=0
-    for table in datum_sp project tranmerc utm datumcha bursawol; do
+    for table in datum_sp project tranmerc utm datumcha bursawol stereo lambazea cassini regpol \
+        winktrip albersea lamcon2 bonne coniced; do
         seed=$build/seeds/$target/$table
         { printf "\\$(printf '%03o' $i)"; head -c 4000 "$root/share/vorlan/GDT_DATA/$table.dat"; } > "$seed"
         seeds+=("$seed")

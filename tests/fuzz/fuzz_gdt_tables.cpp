@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <unistd.h>
@@ -15,7 +16,9 @@
 
 namespace {
 
-const char *const kTables[] = {"datum_sp", "project", "tranmerc", "utm", "datumcha", "bursawol"};
+const char *const kTables[] = {"datum_sp", "project",  "tranmerc", "utm",     "datumcha",
+                               "bursawol", "stereo",   "lambazea", "cassini", "regpol",
+                               "winktrip", "albersea", "lamcon2",  "bonne",   "coniced"};
 
 std::string directory;
 
@@ -25,11 +28,12 @@ void copy_installed_tables()
 {
     char pattern[] = "/tmp/vln_fuzz_gdt_XXXXXX";
     directory = mkdtemp(pattern);
-    for (const char *name : {"datum_sp", "datum", "project", "tranmerc", "stm", "utm", "mercator",
-                             "datumcha", "bursawol", "smith", "nadwin32", "ntv2"}) {
-        std::ifstream in(std::string(VORLAN_SHARE_DIR) + "/GDT_DATA/" + name + ".dat",
-                         std::ios::binary);
-        std::ofstream(directory + "/" + name + ".dat", std::ios::binary) << in.rdbuf();
+    for (const auto &entry :
+         std::filesystem::directory_iterator(std::string(VORLAN_SHARE_DIR) + "/GDT_DATA")) {
+        if (entry.path().extension() != ".dat") continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        std::ofstream(directory + "/" + entry.path().filename().string(), std::ios::binary)
+            << in.rdbuf();
     }
     setenv("GDT_DATA_PATH", directory.c_str(), 1);
     gdt_install_error(quiet);
