@@ -5,7 +5,7 @@
 #
 # The corpus lives in build-fuzz/corpus/TARGET and is seeded from the golden
 # block-text documents, for fuzz_formula and fuzz_formula_eval from the formula texts of
-# tests/data/formula, and for fuzz_alg from the algorithms of tests/data/alg; crashes are kept in build-fuzz/artifacts/. A crash
+# tests/data/formula, for fuzz_alg from the algorithms of tests/data/alg, and for fuzz_gdt_tables from the installed tables; crashes are kept in build-fuzz/artifacts/. A crash
 # found here becomes a regression test of its module.
 set -euo pipefail
 
@@ -25,6 +25,18 @@ mkdir -p "$corpus" "$artifacts"
 case "$target" in
   fuzz_formula|fuzz_formula_eval) seeds=("$root"/tests/data/formula/*) ;;
   fuzz_alg)     seeds=("$root"/tests/data/alg/*) ;;
+  fuzz_gdt_tables)
+    # A seed is the number of the table it replaces, then the table's text.
+    seeds=()
+    mkdir -p "$build/seeds/$target"
+    i=0
+    for table in datum_sp project tranmerc utm datumcha bursawol stereo lambazea cassini regpol \
+        winktrip albersea lamcon2 bonne coniced; do
+        seed=$build/seeds/$target/$table
+        { printf "\\$(printf '%03o' $i)"; head -c 4000 "$root/share/vorlan/GDT_DATA/$table.dat"; } > "$seed"
+        seeds+=("$seed")
+        i=$((i + 1))
+    done ;;
   *)            seeds=("$root"/tests/data/blocktext/* "$root"/tests/data/dshdr/*) ;;
 esac
 for seed in "${seeds[@]}"; do

@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   libgctp-dev libtiff-dev libgeotiff-dev libnetpbm-dev ghostscript libpng-dev
+  libproj-dev
 )
 
 missing=()

@@ -43,7 +43,14 @@ struct Caches {
 
 const vld::CoordEngine *engine = nullptr;
 bool handler_installed = false;
-Caches caches;
+
+/* Built on first use: the coordinate module installs its engine while the
+ * library is being loaded, possibly before this file's statics are set up. */
+Caches &cache_store()
+{
+    static Caches store;
+    return store;
+}
 
 void delete_id(int id)
 {
@@ -87,6 +94,7 @@ const vld::CoordEngine *vld::coord_engine()
 int vld::cached_coord_sys(const char *datum, const char *projection, const char *units)
 {
     vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
+    Caches &caches = cache_store();
     std::string d = text(datum), p = text(projection), u = text(units);
     CacheEntry *found = nullptr;
     for (CacheEntry &e : caches.spaces) {
@@ -124,6 +132,7 @@ int vld::cached_coord_sys(const char *datum, const char *projection, const char 
 int vld::cached_geodetic_sys(const char *datum)
 {
     vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
+    Caches &caches = cache_store();
     std::string d = text(datum);
     if (caches.geodetic_valid && caches.geodetic_datum == d) return caches.geodetic_id;
     if (caches.geodetic_valid) delete_id(caches.geodetic_id);
@@ -139,6 +148,7 @@ int vld::cached_geodetic_sys(const char *datum)
 void vld::flush_coord_caches()
 {
     vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
+    Caches &caches = cache_store();
     for (CacheEntry &e : caches.spaces)
         if (e.used) delete_id(e.id);
     if (caches.geodetic_valid) delete_id(caches.geodetic_id);
@@ -154,6 +164,7 @@ void vld::flush_coord_caches()
 int vld::cached_datum_radius(const char *datum, double &radius)
 {
     vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
+    Caches &caches = cache_store();
     std::string d = text(datum);
     if (caches.radius_valid && caches.radius_datum == d) {
         radius = caches.radius;
@@ -177,12 +188,14 @@ int vld::cached_datum_radius(const char *datum, double &radius)
 int vld::coord_cache_size()
 {
     vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
+    Caches &caches = cache_store();
     return caches.next_free;
 }
 
 bool vld::coord_cache_holds(const char *datum, const char *projection, const char *units)
 {
     vln::Guard lock(&VLN_GLOBAL_GDT_MUTEX);
+    Caches &caches = cache_store();
     for (const CacheEntry &e : caches.spaces)
         if (e.used && e.datum == text(datum) && e.projection == text(projection) &&
             e.units == text(units))

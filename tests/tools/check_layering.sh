@@ -10,7 +10,7 @@ top=$1
 cd "$top"
 
 parts="core:0 platform:0 VLDlib/blocktext:1 VLDlib/records:2 VLDlib/dshdr:3 VLDlib/dscoords:3
-VLDlib/raster:4 VLDlib/regions:4 VLDlib/alg:5 rectify:5 VLNpelib/formula:6
+VLDlib/raster:4 VLDlib/regions:4 coords:4 VLDlib/alg:5 rectify:5 VLNpelib/formula:6
 VLNpelib/transform:6 VLNpelib/stats:6 VLNpelib/engine:7 VLNpelib/nodes:7"
 exceptions="VLDlib/dshdr>vld_worldfile.h VLDlib/dshdr>vld_alg.h"
 

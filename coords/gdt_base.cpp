@@ -1,0 +1,139 @@
+/*
+ * gdt_base.cpp: the table of base projections and its install calls.
+ *
+ * A member of the projection family enters the table once, at the engine's
+ * start, through a fixed sequence: gdt_proj_create names it and gives a
+ * prototype of its parameter block, gdt_proj_ins_par adds each attribute,
+ * gdt_proj_ins_funcs its three functions, gdt_proj_ins_mode its mode bits,
+ * and gdt_proj_end files the row.
+ */
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "gdt_internal.h"
+#include "gdt_proj_internal.h"
+
+namespace {
+
+gdt::Base bases[gdt::kMaxBases];
+int count = 0;
+gdt::Base pending;
+bool installing = false;
+
+}  // namespace
+
+gdt::Base *gdt::base_at(int index)
+{
+    return index >= 0 && index < count ? &bases[index] : nullptr;
+}
+
+int gdt::base_count()
+{
+    return count;
+}
+
+int gdt::find_base(const char *name)
+{
+    for (int i = 0; i < count; i++)
+        if (std::strcmp(bases[i].name, name) == 0) return i;
+    return -1;
+}
+
+int gdt_proj_create(const char *name, void *block, int block_size)
+{
+    if (count >= gdt::kMaxBases) {
+        gdt::report('P', 0, "Too many base projections");
+        return -1;
+    }
+    pending = gdt::Base{};
+    std::snprintf(pending.name, sizeof pending.name, "%s", name);
+    pending.block_size = block_size;
+    installing = true;
+    return struct_begin(name, block);
+}
+
+int gdt_proj_ins_par(const char *name, void *address, const char *type)
+{
+    return installing ? struct_add(name, address, type) : -1;
+}
+
+int gdt_proj_ins_funcs(gdt_proj_init_fn init, gdt_proj_conv_fn forward, gdt_proj_conv_fn backward)
+{
+    if (!installing) return -1;
+    pending.init = init;
+    pending.forward = forward;
+    pending.backward = backward;
+    return 0;
+}
+
+int gdt_proj_ins_mode(int bits)
+{
+    if (!installing) return -1;
+    pending.mode = bits;
+    return 0;
+}
+
+int gdt_proj_end(void)
+{
+    if (!installing) return -1;
+    installing = false;
+    pending.description = struct_end();
+    if (!pending.description) return -1;
+    pending.radius_offset = struct_offset(pending.description, "spheroid.radius");
+    pending.eccentricity_offset = struct_offset(pending.description, "spheroid.eccentricity");
+    pending.long_cut_offset = struct_offset(pending.description, "long_cut");
+    bases[count++] = pending;
+    return 0;
+}
+
+int gdt_inq_next_base(char *name)
+{
+    static int cursor = 0;
+    if (gdt::engine_start() != 0) return -1;
+    if (!name) {
+        cursor = 0;
+        return 0;
+    }
+    if (cursor >= count) {
+        name[0] = '\0';
+        return 1;
+    }
+    std::strcpy(name, bases[cursor++].name);
+    return 0;
+}
+
+int gdt_proj_install(const char *name, void *proto, int size, const gdt_proj_par *pars, int count,
+                     gdt_proj_init_fn init, gdt_proj_conv_fn forward, gdt_proj_conv_fn backward,
+                     int mode)
+{
+    int bad = gdt_proj_create(name, proto, size);
+    for (int i = 0; i < count; i++)
+        bad |= gdt_proj_ins_par(pars[i].name, pars[i].address, pars[i].type);
+    bad |= gdt_proj_ins_funcs(init, forward, backward);
+    bad |= gdt_proj_ins_mode(mode);
+    bad |= gdt_proj_end();
+    return bad ? -1 : 0;
+}
+
+/* The members built so far, in the family's order of installation. */
+int gdt::base_install()
+{
+    static int (*const installs[])() = {
+        gdt_coniced_install,  gdt_mollweid_install, gdt_mercator_install, gdt_tranmerc_install,
+        gdt_stm_install,      gdt_utm_install,      gdt_albersea_install, gdt_regpol_install,
+        gdt_stereo_install,   gdt_lambazea_install, gdt_sinusoid_install, gdt_eckertiv_install,
+        gdt_eckertvi_install, gdt_placaree_install, gdt_cassini_install,  gdt_winktrip_install,
+        gdt_bonne_install,    gdt_orthog_install,   gdt_gnomonic_install, gdt_lamcon2_install,
+        gdt_usgs_install,     gdt_millercy_install,
+    };
+    for (auto install : installs)
+        if (install() != 0) return -1;
+    return 0;
+}
+
+void gdt::base_reset()
+{
+    for (int i = 0; i < count; i++) std::free(bases[i].description);
+    count = 0;
+}
