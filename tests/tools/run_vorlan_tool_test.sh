@@ -43,7 +43,7 @@ only_fixture_files() {
 # ---------------------------------------------------------------- help and version
 run 0 --help && grep -q "^  calc " out || fail "--help lists no subcommands"
 run 0 --version && grep -q "^vorlan [0-9]" out || fail "--version"
-for sub in info process calc stats render; do
+for sub in info process calc stats render cs; do
     run 0 "$sub" --help && grep -q "^usage: vorlan $sub" out || fail "$sub --help"
 done
 
@@ -76,6 +76,10 @@ render|grey.alg -o x.ppm --size 10
 render|grey.alg -o x.ppm --size 0x5
 render|-o x.ppm
 render|grey.alg -o x.ppm --threads 0
+cs|--from WGS84 --to WGS84,NUTM31
+cs|--from WGS84,GEODETIC
+cs|--to WGS84,NUTM31
+cs|--from WGS84,GEODETIC,degrees,extra --to WGS84,NUTM31
 process|small.alg -o x.vld --threads many
 calc|-i small.vld -e INPUT1 -o x.vld -j 999
 CASES
@@ -190,6 +194,37 @@ assert png[:8] == b"\x89PNG\r\n\x1a\n" and png[12:16] == b"IHDR", png[:16]
 assert struct.unpack(">II", png[16:24]) == (40, 24)
 PY
 rm -f p1.ppm p2.ppm p3.png
+
+# ---------------------------------------------------------------- cs
+# Points through the coordinate engine: the zone's central meridian on the
+# equator, London on the British grid (the figures PROJ gives for the same
+# seven-parameter change: 530043.195 180358.209), the rest of each line kept,
+# comments and blank lines passed, a point past the pole refused, and each
+# point back where it started.
+printf '%s\n' "3 0" "# a comment" "" "2.35,48.85 Paris" "3 91 beyond" | "$tool" cs --from WGS84,GEODETIC --to WGS84,NUTM31 >out 2>err ||
+    fail "cs exited $?: $(cat err)"
+$py - <<'PY' || fail "cs: the points"
+lines = open("out").read().split("\n")
+assert lines[0] == "500000.0000 0.0000", lines
+assert lines[1:3] == ["# a comment", ""], lines
+e, n, name = lines[3].split()
+assert name == "Paris" and abs(float(e) - 452314.891) < 0.01 and abs(float(n) - 5410984.888) < 0.01, lines
+assert lines[4] == "* * beyond", lines
+PY
+printf '%s\n' "-0.1276 51.5072" | "$tool" cs -f WGS84,GEODETIC -t OSGB36,BNG,metres >out 2>err || fail "cs to BNG: $(cat err)"
+read e n rest <out
+$py -c "import sys; sys.exit(not (abs($e - 530043.195) < 0.01 and abs($n - 180358.209) < 0.01))" ||
+    fail "cs: London on the British grid: $e $n"
+printf '%s\n' "452314.8912 5410984.8880" "-2000 100 9" | "$tool" cs --from WGS84,NUTM31 --to WGS84,GEODETIC,radians >out 2>err ||
+    fail "cs back: $(cat err)"
+read x y <out
+$py -c "import math, sys; sys.exit(not (abs($x - math.radians(2.35)) < 1e-10 and abs($y - math.radians(48.85)) < 1e-10))" ||
+    fail "cs: back to radians: $x $y"
+printf '1 2\n' | run 1 cs --from NODATUM,GEODETIC --to WGS84,NUTM31 && grep -q 'Datum "NODATUM" not found' err ||
+    fail "cs: an unknown datum"
+printf 'abc\n' | run 1 cs --from WGS84,GEODETIC --to WGS84,NUTM31 && grep -q "not a point" err ||
+    fail "cs: a line without a point"
+run 1 cs --from WGS84,GEODETIC --to WGS84,NUTM31 nosuch.txt || fail "cs: a missing input"
 
 # ---------------------------------------------------------------- threads
 # Row stripes on several threads make the very bytes of one thread.

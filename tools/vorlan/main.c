@@ -63,6 +63,16 @@ static const vt_command commands[] = {
      "  -s, --size WxH      every picture's size; default each algorithm's own\n"
      "  -j, --threads N     threads to work on (row stripes); default one per core\n",
      vt_cmd_demo},
+    {"cs", "carry points from one coordinate system to another",
+     "usage: vorlan cs --from DATUM,PROJECTION[,UNITS] --to DATUM,PROJECTION[,UNITS] [FILE]\n"
+     "  Reads points, one per line (x y [z]; a geodetic point is longitude then\n"
+     "  latitude), from FILE or standard input, and writes each transformed, with\n"
+     "  the rest of its line; a point that can't be carried is written \"* *\".\n"
+     "  -f, --from SYSTEM   e.g. WGS84,GEODETIC (degrees) or OSGB36,BNG,metres\n"
+     "  -t, --to SYSTEM     e.g. WGS84,NUTM31\n"
+     "  Units: degrees, radians, grads, metres, feet, yards; default degrees for\n"
+     "  GEODETIC, metres otherwise.\n",
+     vt_cmd_cs},
 };
 
 static const char program_usage[] =

@@ -37,6 +37,7 @@ int vt_cmd_calc(int argc, char **argv);
 int vt_cmd_stats(int argc, char **argv);
 int vt_cmd_render(int argc, char **argv);
 int vt_cmd_demo(int argc, char **argv);
+int vt_cmd_cs(int argc, char **argv);
 
 /* The command of a name, or null. */
 const vt_command *vt_find_command(const char *name);
