@@ -9,6 +9,9 @@
  * cells, by the engine's one routine for the file's cell type. A dataset
  * whose header holds an algorithm is read through an inner virtual dataset,
  * which only goes forwards: a line behind it opens it again from that line.
+ * A header in another coordinate space than its source is rectified on the
+ * fly (mode 2): each cell's centre is taken to the source through the
+ * coordinate engine and read there, nearest or bilinear.
  * The runs of a read stay the handle's until its next read.
  */
 #include <algorithm>
@@ -35,6 +38,7 @@ struct MappedState {
     alignas(8) unsigned char null_cell[8] = {};  // the null value in the file's type
     std::vector<rlseg *> inner_runs;             // the inner virtual dataset's, per band
     std::vector<void *> source_lines;            // a resampled view's source line, per band
+    std::vector<unsigned char> mask;             // a warped line's valid cells
 };
 
 MappedState *state_of(Vds *h)
@@ -46,7 +50,10 @@ void free_handle(Vds *h)
 {
     if (h == nullptr) return;
     if (h->raster != nullptr) {
-        ec_raster(h->raster);
+        if (h->mode == 2)
+            ec_raster_point(h->raster);  // its point cache goes too
+        else
+            ec_raster(h->raster);
         std::free(h->raster);
     }
     vds_close(&h->inner_vds);
@@ -210,6 +217,165 @@ int read_inner(Vds *h, void **targets, int line)
     return 0;
 }
 
+/* ---------------------------------------------------------------- rectified on the fly */
+
+/* The position, in cells of the source, of the centre of cell (x, y) of the
+ * view: its coordinate taken across to the source's space (degrees for a
+ * geodetic source), then to the source's cells. */
+bool source_position(Vds *h, double x, double y, double *px, double *py)
+{
+    dshdr *view = h->dsh;
+    const dshdr *src = view->source_dsh;
+    dscoord c{};
+    if (cvt_cell_to_any_coord(view, x + 0.5, y + 0.5, &src->coordspace, &c) != 0) return false;
+    if (src->coordspace.coordsystype == CST_LL && src->coordspace.projection != nullptr &&
+        VLD_strcasecmp(src->coordspace.projection, "GEODETIC") == 0) {
+        c.x *= 180.0 / M_PI;
+        c.y *= 180.0 / M_PI;
+    }
+    return cvt_coord_to_cell(src, &c, px, py) == 0;
+}
+
+/* The source positions of the cells of view line `line`: each one computed
+ * or, with `fast`, by halving: a span's middle is computed, and where it lies
+ * within 0.05 of a cell of the straight line between the span's ends, the
+ * span is filled along that line. The conversions are the costly part of a
+ * rectified line, and a smooth warp needs only a handful. */
+bool line_positions(Vds *h, int line, bool fast, std::vector<double> &xs, std::vector<double> &ys)
+{
+    const int n = h->nr_cells;
+    const double y = static_cast<double>(h->first_line) + line;
+    auto at = [&](int i) {
+        return source_position(h, static_cast<double>(h->first_cell) + i, y, &xs[i], &ys[i]);
+    };
+    if (!fast) {
+        for (int i = 0; i < n; i++)
+            if (!at(i)) return false;
+        return true;
+    }
+    if (!at(0) || (n > 1 && !at(n - 1))) return false;
+    std::vector<std::pair<int, int>> spans = {{0, n - 1}};
+    while (!spans.empty()) {
+        auto [a, b] = spans.back();
+        spans.pop_back();
+        if (b - a < 2) continue;  // no cell between the ends
+        const int m = (a + b) / 2;
+        if (!at(m)) return false;
+        const double t = static_cast<double>(m - a) / (b - a);
+        if (std::fabs(xs[m] - (xs[a] + (xs[b] - xs[a]) * t)) <= 0.05 &&
+            std::fabs(ys[m] - (ys[a] + (ys[b] - ys[a]) * t)) <= 0.05) {
+            for (int i = a + 1; i < b; i++) {
+                const double u = static_cast<double>(i - a) / (b - a);
+                xs[i] = xs[a] + (xs[b] - xs[a]) * u;
+                ys[i] = ys[a] + (ys[b] - ys[a]) * u;
+            }
+        } else {
+            spans.push_back({a, m});
+            spans.push_back({m, b});
+        }
+    }
+    return true;
+}
+
+/* Writes the blend of four cells of each band, in the file's type. */
+void blend_cell(int type, void *const *corners, double fx, double fy, void *to)
+{
+    const double top =
+        cell_value(type, corners[0], 0) * (1 - fx) + cell_value(type, corners[1], 0) * fx;
+    const double bottom =
+        cell_value(type, corners[2], 0) * (1 - fx) + cell_value(type, corners[3], 0) * fx;
+    convtype1(top * (1 - fy) + bottom * fy, type, to);
+}
+
+/* View line `line` of a header in another space than its source: each cell
+ * the source's nearest cell (positions rounded with rint), or with bit 2 of
+ * `flags` the blend of the four around it; cells outside the source are the
+ * null value, and out of the runs. Bit 4 asks for the fast position search. */
+int read_warped_line(Vds *h, void **targets, int line, int flags)
+{
+    MappedState *s = state_of(h);
+    const dshdr *src = h->dsh->source_dsh;
+    const int width = src->info.r.nr_cells, height = src->info.r.nr_lines;
+    const int n = h->nr_cells, nb = h->nr_bands;
+    const size_t size = celltypesize(h->file_type);
+    std::vector<double> xs(static_cast<size_t>(n)), ys(static_cast<size_t>(n));
+    if (!line_positions(h, line, (flags & 4) != 0, xs, ys))
+        return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM);
+    s->mask.assign(static_cast<size_t>(n), 0);
+    std::vector<void *> values(static_cast<size_t>(nb));
+    std::vector<unsigned char> corner_cells(4 * static_cast<size_t>(nb) * 8);
+    std::vector<unsigned char> own(static_cast<size_t>(nb) * 8);
+    std::vector<void *> corners(4 * static_cast<size_t>(nb));
+    for (int i = 0; i < n; i++) {
+        const bool outside = !(xs[i] >= 0 && ys[i] >= 0 && xs[i] < width && ys[i] < height);
+        if (outside) {
+            for (int b = 0; b < nb; b++)
+                std::memcpy(static_cast<char *>(targets[b]) + i * size, s->null_cell, size);
+            continue;
+        }
+        int is_null = 0;
+        if (!(flags & 2)) {
+            NearestRounding nearest;
+            int cx = static_cast<int>(std::rint(xs[i])), cy = static_cast<int>(std::rint(ys[i]));
+            cx = std::min(cx, width - 1), cy = std::min(cy, height - 1);
+            for (int b = 0; b < nb; b++) values[b] = static_cast<char *>(targets[b]) + i * size;
+            if (int status = eg_raster_point_cache_ex(h->raster, values.data(), &is_null, cy, cx))
+                return status;
+        } else {
+            // The four cells around the position, less half a cell.
+            const double x = xs[i] - 0.5, y = ys[i] - 0.5;
+            const double x0 = std::floor(x), y0 = std::floor(y);
+            const double fx = x0 < 0 ? 0 : x - x0, fy = y0 < 0 ? 0 : y - y0;
+            const int c0 = std::clamp(static_cast<int>(x0), 0, width - 1);
+            const int l0 = std::clamp(static_cast<int>(y0), 0, height - 1);
+            const int c1 = std::min(c0 + 1, width - 1), l1 = std::min(l0 + 1, height - 1);
+            const int cells[4][2] = {{l0, c0}, {l0, c1}, {l1, c0}, {l1, c1}};
+            for (int k = 0; k < 4; k++) {
+                for (int b = 0; b < nb; b++) {
+                    corners[k * nb + b] = corner_cells.data() + (k * nb + b) * 8;
+                    values[b] = corners[k * nb + b];
+                }
+                int null_here = 0;
+                if (int status = eg_raster_point_cache_ex(h->raster, values.data(), &null_here,
+                                                          cells[k][0], cells[k][1]))
+                    return status;
+            }
+            // A null in the cell under the position itself makes the cell null.
+            for (int b = 0; b < nb; b++) values[b] = own.data() + b * 8;
+            if (int status = eg_raster_point_cache_ex(h->raster, values.data(), &is_null,
+                                                      std::min(static_cast<int>(ys[i]), height - 1),
+                                                      std::min(static_cast<int>(xs[i]), width - 1)))
+                return status;
+            for (int b = 0; b < nb; b++) {
+                void *four[4] = {corners[b], corners[nb + b], corners[2 * nb + b],
+                                 corners[3 * nb + b]};
+                blend_cell(h->file_type, four, fx, fy, static_cast<char *>(targets[b]) + i * size);
+            }
+        }
+        s->mask[i] = is_null ? 0 : 1;
+    }
+    return 0;
+}
+
+/* The runs of the valid cells of the last warped line. */
+rlseg *mask_runs(MappedState *s)
+{
+    rlseg *head = nullptr, **tail = &head;
+    const int n = static_cast<int>(s->mask.size());
+    for (int i = 0; i < n;) {
+        if (!s->mask[i]) {
+            i++;
+            continue;
+        }
+        int j = i;
+        while (j + 1 < n && s->mask[j + 1]) j++;
+        *tail = pe_create_rlseg(&s->pool, i, j);
+        tail = &(*tail)->next;
+        i = j + 1;
+    }
+    return head;
+}
+
 }  // namespace
 
 int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first_cell, int nr_cells,
@@ -229,10 +395,7 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
     if (dsh->algorithm != nullptr && !warped && !resampled)
         return open_inner(handle, dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands,
                           out_type);
-    if (warped)
-        return VLD_setup_error(VLD_ERR_MESSAGE,
-                               "Rectifying a dataset on the fly needs the coordinate engine, "
-                               "which this build doesn't have yet");
+
     // A view with fewer cells or lines than its source reads the source's
     // lines, sampled; a flagged view of the same size reads as itself.
     const bool view = !resampled && source != nullptr &&
@@ -240,12 +403,18 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
                        source->info.r.nr_lines > dsh->info.r.nr_lines);
 
     Vds *h = new_handle(dsh, first_line, nr_lines, first_cell, nr_cells, bands, nr_bands, out_type);
-    h->mode = view ? 1 : 0;
+    h->mode = warped ? 2 : view ? 1 : 0;
     MappedState *state = state_of(h);
     dshdr *opened = dsh;
     int win_first_line = first_line, win_lines = nr_lines, win_first_cell = first_cell,
         win_cells = nr_cells;
-    if (view) {
+    if (warped) {
+        // The whole source is open: a warp reads it in any order, cell by cell.
+        opened = dsh->source_dsh;
+        h->file_type = opened->info.r.cell_type;
+        win_first_line = 0, win_lines = opened->info.r.nr_lines;
+        win_first_cell = 0, win_cells = opened->info.r.nr_cells;
+    } else if (view) {
         if (int status = setup_view_window(h)) {
             free_handle(h);
             return status;
@@ -280,14 +449,13 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         const size_t bytes = static_cast<size_t>(win_cells) * celltypesize(h->file_type) + 8;
         for (void *&l : state->source_lines) l = malloc_or_die(bytes);
     }
-    if (out_type != h->file_type || view) make_conversion_lines(h);
+    if (out_type != h->file_type || view || warped) make_conversion_lines(h);
     *handle = h;
     return 0;
 }
 
 int vds_mmread(Vds *h, void **lines, rlseg **rlsegs, int line, int flags)
 {
-    (void)flags;  // bilinear and the fast search are for warped reads
     if (h == nullptr || lines == nullptr)
         return VLD_setup_error(VLD_ERR_INTERNAL, "Null argument to the mapped reader");
     if (line < 0 || line >= h->nr_lines) return VLD_setup_error(VLD_ERR_LINES_OUTSIDE_DATASET);
@@ -308,6 +476,15 @@ int vds_mmread(Vds *h, void **lines, rlseg **rlsegs, int line, int flags)
             if (h->conv_lines != nullptr)
                 convtype_cells(h->file_type, h->conv_lines[b], h->out_type, lines[b], 0,
                                h->nr_cells);
+        }
+        return 0;
+    }
+    if (h->mode == 2) {
+        if (int status = read_warped_line(h, targets, line, flags)) return status;
+        for (int b = 0; b < h->nr_bands; b++) {
+            pe_free_rlsegs(&s->pool, &s->runs[b]);
+            if (rlsegs != nullptr) rlsegs[b] = s->runs[b] = mask_runs(s);
+            convtype_cells(h->file_type, h->conv_lines[b], h->out_type, lines[b], 0, h->nr_cells);
         }
         return 0;
     }

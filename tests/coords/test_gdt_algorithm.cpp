@@ -1,5 +1,6 @@
 // Two datasets in two zones of UTM, one in each layer of an algorithm in the
-// first zone: the processing engine plans them through the coordinate engine.
+// first zone: the processing engine plans them through the coordinate engine
+// and rectifies the second zone's cells into the first on the fly.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -108,9 +109,40 @@ TEST(GdtAlgorithm, DatasetsInTwoZonesMeetInOneSpace)
     std::ofstream(path) << algorithm_text({a, b}, tl_x, tl_y, br_x, br_y, size);
     algorithm *alg = nullptr;
     ASSERT_EQ(eg_algorithm_with_transients(&alg, path.c_str()), 0) << VLD_error.text;
-    // Planning carries the second zone's extents into the first through the engine.
+    // Planning carries the second zone's extents into the first through the
+    // engine, and the read rectifies the second zone's cells into the view:
+    // each view cell shows a cell of the second dataset (the top layer) next
+    // to the point under its centre, worked out here through the peer. (The
+    // rectified grid is the dataset's footprint at the view's cell size, on
+    // its own corners, and is sampled into the view: a view cell's source
+    // may lie up to a cell from the point under the view cell's centre.)
     pe_context *pe = pe_create_context();
-    EXPECT_EQ(init_alg(pe, alg), 0) << pe->error_text;
+    ASSERT_EQ(init_alg(pe, alg), 0) << pe->error_text;
+    pe_start_trees(pe);
+    const double east0 = x32 - half, north0 = y32 + half;
+    int exact = 0;
+    for (int j = 0; j < size; j++) {
+        std::vector<uint16_t> line(size + 1);
+        void *lines[] = {line.data()};
+        rlseg *runs[] = {nullptr};
+        ASSERT_EQ(pe_read_lines(pe, 0, lines, runs), 0) << pe->error_text;
+        EXPECT_TRUE(runs[0] != nullptr && runs[0]->first == 0 && runs[0]->last == size - 1 &&
+                    runs[0]->next == nullptr)
+            << "line " << j << " is whole";
+        pe_free_rlseg_list(pe, &runs[0]);
+        for (int i = 0; i < size; i++) {
+            double lon, lat, e, n;
+            ASSERT_TRUE(zone31.backward(tl_x + (i + 0.5) * 20, tl_y - (j + 0.5) * 20, lon, lat));
+            ASSERT_TRUE(zone32.forward(lon, lat, e, n));
+            const double px = (e - east0) / kCellSize, py = (north0 - n) / kCellSize;
+            const int got_line = line[i] / 256, got_cell = line[i] % 256;
+            EXPECT_LE(std::fabs(got_line - py), 1.0) << "view cell " << i << ", " << j;
+            EXPECT_LE(std::fabs(got_cell - px), 1.0) << "view cell " << i << ", " << j;
+            exact += got_line == static_cast<int>(std::rint(py)) &&
+                     got_cell == static_cast<int>(std::rint(px));
+        }
+    }
+    EXPECT_GT(exact, size * size / 2);
     pe_destroy_context(pe);
     // Without it the same plan stops at the conversion.
     vld::set_coord_engine(nullptr);
