@@ -62,6 +62,42 @@ VLD_API void struct_dump(const gdt_struct_desc *description, const void *block);
 /* Fills `block` from the current row of the current table: 0 or -1. */
 VLD_API int gdb_struct_load(const gdt_struct_desc *description, void *block);
 
+/* ---------------------------------------------------------------- look-ups */
+
+/* Which row of "datum_sp" has the given numbers: one value per column after
+ * the key, doubles but for the integer next to last. The first column isn't
+ * compared, the radius within 0.001, the others within 1e-6; with `ignore`
+ * the last two match anyway. 0 with the key in `name` (20 characters), or -1
+ * with `*message` (the caller's, freed with safe_free) saying why, or how a
+ * row for these numbers would read. */
+VLD_API int find_datum(char **message, char *name, int ignore, ...);
+/* The same over projection table `table`: doubles but for the integer last,
+ * within 1e-11; a value whose bits are 0x41cdcd65 00000000 isn't compared;
+ * `ignore` leaves out the last four columns. */
+VLD_API int find_projection(char **message, char *name, const char *table, int ignore, ...);
+
+/* Two texts of a list; a list ends with an item of two nulls. */
+typedef struct gdt_name_item {
+    const char *first;
+    const char *second;
+} gdt_name_item;
+/* (type, name) of every row of "project", by type and then name; made once,
+ * kept for the life of the library. */
+VLD_API const gdt_name_item *get_projection_list(void);
+/* (name, "Spheroid: %s, tie point: %s") of every row of "datum_sp". */
+VLD_API const gdt_name_item *get_datum_list(void);
+/* The projection and datum of a State Plane zone number: 1, or 0 with "RAW"
+ * in both. */
+VLD_API int state_plane2gdt_code(int number, char *projection, char *datum);
+/* The Albers projection of seven numbers (false east, false north, two
+ * parallels, centre latitude and meridian in radians, radius): the known row
+ * that agrees in most of them (1, datum "NAD27"), or 0 with "RAW" in both. */
+VLD_API int albea2proj(const double *values, char *projection, char *datum);
+struct ellipsoid;
+/* Fills the radius and eccentricity squared of a legacy ellipsoid code (2
+ * GRS80 to 11 Everest): 0, or -1 for a code that has none. */
+VLD_API int load_ellipsoid(int type, struct ellipsoid *out);
+
 /* ---------------------------------------------------------------- systems */
 
 VLD_API int gdt_create_coord_sys(const char *datum, const char *projection, const char *units);
