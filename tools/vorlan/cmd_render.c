@@ -1,14 +1,16 @@
 /*
  * cmd_render.c: `vorlan render ALGORITHM -o OUT.ppm|OUT.png [--size WxH]`,
- * an algorithm drawn as a picture of 24-bit pixels: a binary PPM written
- * here, or a PNG through libpng, chosen by the output's extension. The rows
+ * an algorithm drawn as a picture of 24-bit pixels: a binary PPM through
+ * netpbm, or a PNG through libpng, chosen by the output's extension. The rows
  * are made on every core: a PPM's go straight to their places in the file, a
  * PNG's into memory, to be compressed in order at the end.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>
 #include <getopt.h>
+#include <netpbm/ppm.h>
 #include <png.h>
+#include <setjmp.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -90,6 +92,26 @@ static int write_png(const picture *p, FILE *file)
     return 0;
 }
 
+/* The header of a binary PPM of maxval 255, through netpbm; its failures
+ * come back here instead of ending the program. 0 or -1. */
+static int write_ppm_header(FILE *file, int width, int height)
+{
+    static int started = 0;
+    if (!started) {
+        pm_init("vorlan", 0);
+        started = 1;
+    }
+    jmp_buf failed, *saved = NULL;
+    if (setjmp(failed) != 0) {
+        pm_setjmpbuf(saved);
+        return -1;
+    }
+    pm_setjmpbufsave(&failed, &saved);
+    ppm_writeppminit(file, width, height, 255, 0);
+    pm_setjmpbuf(saved);
+    return ferror(file) ? -1 : 0;
+}
+
 static Vds *open_window(algorithm *alg, char **errmsg)
 {
     return vds_open_alg_towin(alg, errmsg, 16, 8, 0, NULL, NULL);
@@ -104,9 +126,11 @@ static int draw(const char *sub, const algorithm *pristine, Vds *vds, picture *p
     int status = VT_OK;
     off_t header_bytes = 0;
     if (p->kind == PICTURE_PPM) {
-        int n = fprintf(file, "P6\n%d %d\n255\n", p->width, p->height);
-        if (n < 0 || fflush(file) != 0) status = vt_fail(sub, "cannot write %s", shown);
-        header_bytes = n;
+        /* netpbm writes the header; the rows follow in its raw layout, three
+         * bytes a pixel, each row at its place. */
+        if (write_ppm_header(file, p->width, p->height) != 0 || fflush(file) != 0)
+            status = vt_fail(sub, "cannot write %s", shown);
+        header_bytes = ftello(file);
     } else {
         p->image = malloc((size_t)p->width * 3 * (size_t)p->height);
         if (p->image == NULL)
