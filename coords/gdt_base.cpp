@@ -7,6 +7,7 @@
  * gdt_proj_ins_funcs its three functions, gdt_proj_ins_mode its mode bits,
  * and gdt_proj_end files the row.
  */
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -114,6 +115,115 @@ int gdt_proj_install(const char *name, void *proto, int size, const gdt_proj_par
     bad |= gdt_proj_ins_mode(mode);
     bad |= gdt_proj_end();
     return bad ? -1 : 0;
+}
+
+/* ---------------------------------------------------------------- field wrappers */
+
+namespace {
+
+/* The block of a "field_" base: the affine constants, their inverse, the
+ * real base's index, and then a copy of the real base's block. */
+struct FieldHead {
+    gdt::Affine affine;
+    gdt::Affine inverse;
+    int32_t real;
+    int32_t pad;
+};
+
+void *real_block(void *block)
+{
+    return static_cast<char *>(block) + sizeof(FieldHead);
+}
+
+int field_init(void *block)
+{
+    auto *f = static_cast<FieldHead *>(block);
+    const gdt::Affine &a = f->affine;
+    const double det = a.map_x_xfact * a.map_y_yfact - a.map_x_yfact * a.map_y_xfact;
+    if (det == 0) return -1;
+    gdt::Affine &i = f->inverse;
+    i.map_x_xfact = a.map_y_yfact / det;
+    i.map_x_yfact = -a.map_x_yfact / det;
+    i.map_y_xfact = -a.map_y_xfact / det;
+    i.map_y_yfact = a.map_x_xfact / det;
+    i.map_x_offset = -(i.map_x_xfact * a.map_x_offset + i.map_x_yfact * a.map_y_offset);
+    i.map_y_offset = -(i.map_y_xfact * a.map_x_offset + i.map_y_yfact * a.map_y_offset);
+    const gdt::Base *real = gdt::base_at(f->real);
+    return real != nullptr ? real->init(real_block(block)) : -1;
+}
+
+void apply(const gdt::Affine &a, double x, double y, double *ox, double *oy)
+{
+    *ox = a.map_x_offset + a.map_x_xfact * x + a.map_x_yfact * y;
+    *oy = a.map_y_offset + a.map_y_xfact * x + a.map_y_yfact * y;
+}
+
+int field_forward(void *block, double lon, double lat, double *x, double *y)
+{
+    auto *f = static_cast<FieldHead *>(block);
+    const gdt::Base *real = gdt::base_at(f->real);
+    if (real == nullptr) return -1;
+    double px = 0, py = 0;
+    if (int status = real->forward(real_block(block), lon, lat, &px, &py)) return status;
+    apply(f->affine, px, py, x, y);
+    return 0;
+}
+
+int field_backward(void *block, double x, double y, double *lon, double *lat)
+{
+    auto *f = static_cast<FieldHead *>(block);
+    const gdt::Base *real = gdt::base_at(f->real);
+    if (real == nullptr) return -1;
+    double px = 0, py = 0;
+    apply(f->inverse, x, y, &px, &py);
+    return real->backward(real_block(block), px, py, lon, lat);
+}
+
+}  // namespace
+
+int gdt::field_base(int real_index)
+{
+    const Base *real = base_at(real_index);
+    if (real == nullptr) return -1;
+    char name[sizeof(Base::name)];
+    std::snprintf(name, sizeof name, "field_%s", real->name);
+    if (int found = find_base(name); found >= 0) return found;
+    if (count >= kMaxBases) {
+        report('P', 0, "Too many base projections");
+        return -1;
+    }
+    // The description: the affine attributes first, the real base's behind.
+    const size_t size = sizeof(FieldHead) + static_cast<size_t>(real->block_size);
+    auto *proto = static_cast<char *>(std::calloc(1, size));
+    if (proto == nullptr) return -1;
+    struct_begin(name, proto);
+    struct_add_struct(affine_description(), proto + offsetof(FieldHead, affine));
+    struct_add_struct(real->description, proto + sizeof(FieldHead));
+    gdt_struct_desc *description = struct_end();
+    std::free(proto);
+    if (description == nullptr) return -1;
+    Base b{};
+    std::snprintf(b.name, sizeof b.name, "%s", name);
+    b.description = description;
+    b.init = field_init;
+    b.forward = field_forward;
+    b.backward = field_backward;
+    b.mode = real->mode;
+    b.block_size = static_cast<int>(size);
+    const int head = static_cast<int>(sizeof(FieldHead));
+    b.radius_offset = real->radius_offset >= 0 ? real->radius_offset + head : -1;
+    b.eccentricity_offset = real->eccentricity_offset >= 0 ? real->eccentricity_offset + head : -1;
+    b.long_cut_offset = real->long_cut_offset >= 0 ? real->long_cut_offset + head : -1;
+    bases[count++] = b;
+    return count - 1;
+}
+
+int gdt::field_fill(void *block, int real_index, const Affine &affine)
+{
+    auto *f = static_cast<FieldHead *>(block);
+    f->affine = affine;
+    f->real = real_index;
+    return static_cast<int>(sizeof(FieldHead));
 }
 
 /* The members built so far, in the family's order of installation. */

@@ -113,6 +113,13 @@ int base_count();
 int find_base(const char *name);
 CoordSys *system_at(int id);
 
+/* The "field_" base over base `real` (made on first use): the real base's
+ * conversions followed by an affine map of the plane. Its index, or -1. */
+int field_base(int real);
+/* Stores the affine constants and the real base in a field base's block;
+ * returns where the real base's block begins in it. */
+int field_fill(void *block, int real, const Affine &affine);
+
 /* Calls the install function of every member, in the family's order: 0 or -1. */
 int base_install();
 /* Empties the base table. */

@@ -205,10 +205,41 @@ int load(gdt::CoordSys *s, const char *datum, const char *projection, const char
             std::strcmp(row_pm, s->prime_merid_text) != 0)
             s->status |= gdt::kStatusPrimeMeridian;
     }
+    // A field projection wraps another: its parameters are the other's, and
+    // an affine map of the plane follows.
+    const bool is_field = std::strcmp(type, "field") == 0;
+    char reference[512] = "";
+    gdt::Affine affine{};
+    if (is_field) {
+        char ref_datum[512] = "";
+        if (gdb_set_table("field") != 0 || gdb_set_name_key(projection) != 0 ||
+            gdb_load("ref_proj_name", "s", reference) != 0 ||
+            gdb_load("ref_datum_name", "s", ref_datum) != 0 ||
+            gdb_load("map_x_offset", "d", &affine.map_x_offset) != 0 ||
+            gdb_load("map_y_offset", "d", &affine.map_y_offset) != 0 ||
+            gdb_load("map_x_xfact", "d", &affine.map_x_xfact) != 0 ||
+            gdb_load("map_x_yfact", "d", &affine.map_x_yfact) != 0) {
+            gdt::reportf('S', 0, "Parameters of projection \"%s\" missing in table field",
+                         projection);
+            return -1;
+        }
+        // Kept: the y factors follow from the x ones, so the map is a similarity.
+        affine.map_y_xfact = -affine.map_x_yfact;
+        affine.map_y_yfact = affine.map_x_xfact;
+        if (strcasecmp(ref_datum, datum) != 0) s->status |= gdt::kStatusSpheroid;
+        if (gdb_set_table("project") != 0 || gdb_set_name_key(reference) != 0 ||
+            gdb_load("type", "s", type) != 0 ||
+            gdb_load("metre_factor", "d", &s->projection.metre_factor) != 0 ||
+            !(s->projection.metre_factor > 0)) {
+            gdt::report('S', 0, "Field ref-projection not found");
+            return -1;
+        }
+    }
     s->units.horizontal_factor = s->projection.metre_factor;
     copy_name(s->units.horizontal_label, linear_label(s->projection.metre_factor));
 
-    s->base = gdt::find_base(type);
+    const int real = gdt::find_base(type);
+    s->base = is_field && real >= 0 ? gdt::field_base(real) : real;
     const gdt::Base *base = gdt::base_at(s->base);
     if (!base) {
         gdt::reportf('S', 0, "Base projection \"%s\" not found", type);
@@ -220,10 +251,17 @@ int load(gdt::CoordSys *s, const char *datum, const char *projection, const char
         return -1;
     }
     if (!s->usgs_text) {
-        if (gdb_set_table(type) != 0 || gdb_set_name_key(projection) != 0 ||
-            gdb_struct_load(base->description, s->block) != 0) {
-            gdt::reportf('S', 0, "Parameters of projection \"%s\" missing in table %s", projection,
-                         type);
+        // A field's own parameters are its reference projection's row.
+        void *params = s->block;
+        const gdt_struct_desc *description = base->description;
+        if (is_field) {
+            params = static_cast<char *>(s->block) + gdt::field_fill(s->block, real, affine);
+            description = gdt::base_at(real)->description;
+        }
+        const char *key = is_field ? reference : projection;
+        if (gdb_set_table(type) != 0 || gdb_set_name_key(key) != 0 ||
+            gdb_struct_load(description, params) != 0) {
+            gdt::reportf('S', 0, "Parameters of projection \"%s\" missing in table %s", key, type);
             return -1;
         }
     }

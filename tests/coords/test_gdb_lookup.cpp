@@ -142,3 +142,60 @@ TEST(GdbLookupTables, StatePlaneZonesAlbersAndEllipsoids)
 }
 
 }  // namespace
+
+namespace {
+
+/* A field projection: its reference projection's conversion followed by a
+ * similarity of the plane, whose y factors follow from the x ones. */
+TEST_F(GdbLookup, FieldProjectionsWrapTheirReference)
+{
+    table("datum_sp", kDatums);
+    table("datumcha", "name,change_type\n");
+    table("bursawol", "name,translation_x\n");
+    table("project",
+          "name,type,metre_factor\nMERC,mercator,1.0\nFLD,field,1.0\n"
+          "LOST,field,1.0\nELSEWHERE,field,1.0\n");
+    table("mercator",
+          "name,false_east,false_north,scale_factor,centre_merid\n"
+          "MERC,100.0,-50.0,1.0,0.2\n");
+    table("field",
+          "name,ref_proj_name,ref_datum_name,map_x_offset,map_y_offset,map_x_xfact,"
+          "map_x_yfact\nFLD,MERC,WGS84,1000.0,2000.0,0.8,0.6\n"
+          "LOST,NOWHERE,WGS84,0,0,1,0\nELSEWHERE,MERC,INTL24,0,0,1,0\n");
+    const int geo = system("WGS84", "GEODETIC", "radians");
+    const int merc = system("WGS84", "MERC");
+    const int fld = system("WGS84", "FLD");
+    for (double lon : {-0.5, 0.1, 0.7})
+        for (double lat : {-0.6, 0.0, 0.9}) {
+            double mx, my, fx, fy;
+            ASSERT_EQ(carry(geo, merc, lon, lat, mx, my), 0);
+            ASSERT_EQ(carry(geo, fld, lon, lat, fx, fy), 0);
+            EXPECT_NEAR(fx, 1000.0 + 0.8 * mx + 0.6 * my, 1e-6);
+            EXPECT_NEAR(fy, 2000.0 - 0.6 * mx + 0.8 * my, 1e-6);
+            double blon, blat;
+            ASSERT_EQ(carry(fld, geo, fx, fy, blon, blat), 0);
+            EXPECT_NEAR(blon, lon, 1e-12);
+            EXPECT_NEAR(blat, lat, 1e-12);
+        }
+    // The reference's parameters are the field's, after the affine ones.
+    int id = fld;
+    char attribute[64] = "init-.", type[4] = "*";
+    std::string names;
+    int status = gdt_inq_coord_sys(&id, "projection", attribute, type, nullptr, 0);
+    while (status == 0) {
+        names += std::string(attribute) + ";";
+        std::strcpy(attribute, "next");
+        status = gdt_inq_coord_sys(&id, "projection", attribute, type, nullptr, 0);
+    }
+    EXPECT_EQ(names.rfind("map_x_offset;", 0), 0u) << names;
+    EXPECT_NE(names.find("false_east;"), std::string::npos) << names;
+    // A reference that isn't there; a reference on another datum.
+    gdt_test::messages.clear();
+    EXPECT_EQ(gdt_crelock_coord_sys("WGS84", "LOST", "metres"), -1);
+    EXPECT_TRUE(gdt_test::said("Field ref-projection not found"));
+    gdt_test::messages.clear();
+    EXPECT_GT(gdt_crelock_coord_sys("WGS84", "ELSEWHERE", "metres"), 0);
+    EXPECT_TRUE(gdt_test::said("Inconsistent datum/projection pair"));
+}
+
+}  // namespace
