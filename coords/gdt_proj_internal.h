@@ -79,6 +79,10 @@ int gdt_usgs_install();
 int gdt_millercy_install();
 int gdt_winktrip_install();
 int gdt_regpol_install();
+int gdt_azimuted_install();
+int gdt_grinten_install();
+int gdt_robinson_install();
+int gdt_lamcon1_install();
 
 /* The parameter text of a "USGS ..." system, at the start of its block. */
 constexpr int kGdtUsgsTextSize = 256;

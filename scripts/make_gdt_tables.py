@@ -218,6 +218,22 @@ def projection_tables():
     row("albersea", "ALBERS_AU", albers, (0.0, 0.0, rad(-18), rad(-36), 0.0, rad(132)))
     row("albersea", "ALBERS_US", albers, (0.0, 0.0, rad(29.5), rad(45.5), rad(23), rad(-96)))
 
+    # World maps: Robinson's and van der Grinten's, on the datum's sphere.
+    row("robinson", "ROBINSON", world, (0.0, 0.0, 0.0))
+    row("grinten", "VANDERGRINTEN", world, (0.0, 0.0, 0.0))
+    # Azimuthal equidistant views: the north and south polar ones, the world
+    # about the origin of longitude and latitude, and one of Europe.
+    row("azimuted", "AZEQ_NORTH", azimuthal, (0.0, 0.0, rad(90), 0.0))
+    row("azimuted", "AZEQ_SOUTH", azimuthal, (0.0, 0.0, rad(-90), 0.0))
+    row("azimuted", "AZEQ_WORLD", azimuthal, (0.0, 0.0, 0.0, 0.0))
+    row("azimuted", "AZEQ_EUROPE", azimuthal, (0.0, 0.0, rad(52), rad(10)))
+    # Lambert zone II (extended) of France on NTF, its meridian of Paris given
+    # from Greenwich; and the metric grid of Jamaica.
+    lcc1 = ["false_east", "false_north", "scale_factor", "centre_merid", "centre_lat"]
+    row("lamcon1", "NTF_LAMBERT_IIE", lcc1,
+        (600000.0, 2200000.0, 0.99987742, rad(2.337229166666667), rad(46.8)))
+    row("lamcon1", "JAMAICA_GRID", lcc1, (750000.0, 650000.0, 1.0, rad(-77), rad(18)))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

@@ -129,6 +129,27 @@ const Member kMembers[] = {
      80, 0.001},
     {"SPHERE", "ALBERS_US", "+proj=aea +lat_1=29.5 +lat_2=45.5 +lat_0=23 +lon_0=-96 +R=6371000",
      -96, 30, 20, 50, 0.001},
+    // Van der Grinten's closed forms cancel digits close to the central
+    // meridian, the peer's (a different arrangement) as much as ours: a few
+    // millimetres apart.
+    {"SPHERE", "VANDERGRINTEN", "+proj=vandg +R=6371000", 0, 180, -89, 89, 0.01},
+    {"WGS84", "VANDERGRINTEN", "+proj=vandg +R=6378137", 0, 180, -89, 89, 0.01},
+    {"SPHERE", "AZEQ_WORLD", "+proj=aeqd +R=6371000", 0, 179, -89, 89, 0.001},
+    {"SPHERE", "AZEQ_EUROPE", "+proj=aeqd +lat_0=52 +lon_0=10 +R=6371000", 10, 170, -30, 89, 0.001},
+    {"WGS84", "AZEQ_NORTH", "+proj=aeqd +lat_0=90 +ellps=WGS84", 0, 180, 0, 90, 0.001},
+    {"WGS84", "AZEQ_SOUTH", "+proj=aeqd +lat_0=-90 +ellps=WGS84", 0, 180, -90, 0, 0.001},
+    {"WGS84", "AZEQ_EUROPE", "+proj=aeqd +lat_0=52 +lon_0=10 +ellps=WGS84", 10, 40, 25, 75, 0.001},
+    {"WGS84", "AZEQ_WORLD", "+proj=aeqd +ellps=WGS84", 0, 90, -60, 60, 0.001},
+    {"NTF", "NTF_LAMBERT_IIE",
+     "+proj=lcc +lat_1=46.8 +lat_0=46.8 +lon_0=2.337229166666667 +k_0=0.99987742 +x_0=600000 "
+     "+y_0=2200000 +a=6378249.2 +rf=293.4660212936269",
+     2.3, 8, 41, 52, 0.001},
+    {"WGS84", "JAMAICA_GRID",
+     "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +ellps=WGS84", -77, 3,
+     16, 20, 0.001},
+    {"SPHERE", "JAMAICA_GRID",
+     "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
+     -10, 80, 0.001},
 };
 
 class ProjTranmerc : public Engine, public ::testing::WithParamInterface<Member> {};
@@ -232,6 +253,18 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
         // The cone's apex, and its far pole at infinity.
         {wgs, "WGS84", "LAMBERT93", 3, 90, 0, 700000, NAN},
         {wgs, "WGS84", "LAMBERT93", 3, -90, 1, NAN, NAN},
+        {wgs, "WGS84", "JAMAICA_GRID", -77, -90, 1, NAN, NAN},
+        {wgs, "WGS84", "JAMAICA_GRID", -77, 18, 0, 750000, 650000},
+        // The world maps' corners: the pole and the edge of the equator.
+        {sphere, "SPHERE", "VANDERGRINTEN", 40, 90, 0, 0, kPi * 6371000},
+        {sphere, "SPHERE", "VANDERGRINTEN", -180, 0, 0, -kPi * 6371000, 0},
+        {wgs, "WGS84", "ROBINSON", -180, -90, 0, -0.8487 * 6378137 * 0.5322 * kPi,
+         -1.3523 * 6378137},
+        // The azimuthal equidistant views' antipodes, and their origins.
+        {wgs, "WGS84", "AZEQ_NORTH", 0, -90, 4, NAN, NAN},
+        {wgs, "WGS84", "AZEQ_NORTH", 30, 90, 0, 0, 0},
+        {sphere, "SPHERE", "AZEQ_EUROPE", -170, -52, 4, NAN, NAN},
+        {wgs, "WGS84", "AZEQ_EUROPE", 10, 52, 0, 0, 0},
     };
     for (const Case &c : cases) {
         int target = system(c.datum, c.projection);
@@ -245,6 +278,70 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
             EXPECT_NEAR(y, c.y, 1e-6) << c.projection;
         }
     }
+}
+
+TEST_F(ProjEdges, RobinsonAtTheRowsOfItsTableAndBetween)
+{
+    // The peer interpolates the table by its own polynomials: the two agree
+    // only at the rows of the published table, every 5 degrees, and there up
+    // to the peer's copy of the table, held in single precision (a relative
+    // 2^-24 of each value). Our values at the rows are the published ones.
+    Peer peer("+proj=robin +R=6378137");
+    ASSERT_TRUE(peer.ok());
+    int ll = system("WGS84", "GEODETIC", "radians");
+    int en = system("WGS84", "ROBINSON");
+    Points points(7);
+    double worst_forward = 0, worst_backward = 0, worst_trip = 0;
+    int compared = 0;
+    for (int row = -18; row <= 18; row++) {
+        for (int i = 0; i < 30; i++) {
+            double lon = points.uniform(-179.9, 179.9) * kDeg, lat = row * 5 * kDeg;
+            double x, y, px, py, blon, blat;
+            ASSERT_EQ(carry(ll, en, lon, lat, x, y), 0);
+            ASSERT_TRUE(peer.forward(lon, lat, px, py));
+            double single = 1.2e-7;
+            EXPECT_NEAR(x, px, std::fabs(px) * single + 0.001) << row * 5;
+            EXPECT_NEAR(y, py, std::fabs(py) * single + 0.001) << row * 5;
+            // The table itself: x = 0.8487 R X lon, y = 1.3523 R Y.
+            int k = std::abs(row);
+            const double length[] = {1.0000, 0.9986, 0.9954, 0.9900, 0.9822, 0.9730, 0.9600,
+                                     0.9427, 0.9216, 0.8962, 0.8679, 0.8350, 0.7986, 0.7597,
+                                     0.7186, 0.6732, 0.6213, 0.5722, 0.5322};
+            const double distance[] = {0.0000, 0.0620, 0.1240, 0.1860, 0.2480, 0.3100, 0.3720,
+                                       0.4340, 0.4958, 0.5571, 0.6176, 0.6769, 0.7346, 0.7903,
+                                       0.8435, 0.8936, 0.9394, 0.9761, 1.0000};
+            double tx = 0.8487 * 6378137 * length[k] * lon;
+            double ty = (row < 0 ? -1 : 1) * 1.3523 * 6378137 * distance[k];
+            worst_forward = std::max({worst_forward, std::fabs(x - tx), std::fabs(y - ty)});
+            // Backward from the peer's point, to the peer's rounding.
+            ASSERT_EQ(carry(en, ll, px, py, blon, blat), 0);
+            EXPECT_NEAR(blon, lon, std::fabs(lon) * single + 1e-9) << row * 5;
+            EXPECT_NEAR(blat, lat, std::fabs(lat) * single + 1e-9) << row * 5;
+            // Backward from the table's point, exactly.
+            ASSERT_EQ(carry(en, ll, tx, ty, blon, blat), 0);
+            double dlon = std::remainder(blon - lon, 2 * kPi) * std::cos(lat);
+            worst_backward = std::max(
+                {worst_backward, std::fabs(dlon) * 6378137, std::fabs(blat - lat) * 6378137});
+            compared++;
+        }
+    }
+    // Between the rows the interpolation must still be continuous and
+    // invertible: round trips at random points.
+    for (int i = 0; i < 1000; i++) {
+        double lon = points.uniform(-179.9, 179.9) * kDeg, lat = points.uniform(-90, 90) * kDeg;
+        double x, y, tlon, tlat;
+        ASSERT_EQ(carry(ll, en, lon, lat, x, y), 0);
+        ASSERT_EQ(carry(en, ll, x, y, tlon, tlat), 0);
+        worst_trip =
+            std::max({worst_trip, std::fabs(std::remainder(tlon - lon, 2 * kPi)) * std::cos(lat),
+                      std::fabs(tlat - lat)});
+    }
+    EXPECT_GE(compared, 1000);
+    EXPECT_LT(worst_forward, 0.001);
+    EXPECT_LT(worst_backward, 0.001);
+    EXPECT_LT(worst_trip, 1e-9);
+    std::printf("WGS84    ROBINSON forward %.3g m, backward %.3g m, round trip %.3g rad\n",
+                worst_forward, worst_backward, worst_trip);
 }
 
 TEST_F(ProjEdges, SouthOrientedGridNegatesTranmerc)
@@ -288,10 +385,13 @@ TEST_F(ProjEdges, PointsOffTheMapGoingBackward)
         double x, y;
         int status;
     } cases[] = {
-        {"WINKEL_TRIPEL", 5e7, 5e7, -2},    // no convergence of the generic solver
-        {"MOLLWEIDE", 0, 1e8, 1},           // beyond the ellipse
-        {"ORTHO_EQ", 7e6, 0, 1},            // beyond the disc of the globe
-        {"SOLDNER_BERLIN", 1e12, 1e12, -2}  // the scaled solver leaves the map
+        {"WINKEL_TRIPEL", 5e7, 5e7, -2},     // no convergence of the generic solver
+        {"MOLLWEIDE", 0, 1e8, 1},            // beyond the ellipse
+        {"ORTHO_EQ", 7e6, 0, 1},             // beyond the disc of the globe
+        {"SOLDNER_BERLIN", 1e12, 1e12, -2},  // the scaled solver leaves the map
+        {"ROBINSON", 0, 9e6, 1},             // beyond the pole's line
+        {"ROBINSON", 2e7, 0, 1},             // beyond the edge of the equator
+        {"VANDERGRINTEN", 2.1e7, 0, 1},      // beyond the circle of the world
     };
     for (const Case &c : cases) {
         int en =
