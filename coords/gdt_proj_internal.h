@@ -83,6 +83,9 @@ int gdt_azimuted_install();
 int gdt_grinten_install();
 int gdt_robinson_install();
 int gdt_lamcon1_install();
+int gdt_obmerc_b_install();
+int gdt_obmerc_c_install();
+int gdt_borneo_install();
 
 /* The parameter text of a "USGS ..." system, at the start of its block. */
 constexpr int kGdtUsgsTextSize = 256;

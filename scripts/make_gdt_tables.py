@@ -234,6 +234,19 @@ def projection_tables():
         (600000.0, 2200000.0, 0.99987742, rad(2.337229166666667), rad(46.8)))
     row("lamcon1", "JAMAICA_GRID", lcc1, (750000.0, 650000.0, 1.0, rad(-77), rad(18)))
 
+    # Hotine's oblique Mercator: Alaska's zone 1 of the State Plane (NAD83)
+    # with its origin at the centre, Nakhl-e Taqi of Iran (on the
+    # International ellipsoid) at the natural origin; and Borneo's rectified
+    # skew orthomorphic grid, whose other constants are fixed by its member.
+    hotine = ["false_east", "false_north", "scale_factor", "azimuth_angl", "origin_lat",
+              "origin_long"]
+    row("obmerc_b", "OMALSK1M", hotine, (5000000.0, -5000000.0, 0.9999,
+                                         math.atan2(-3, 4), rad(57), rad(-133.6666666666667)))
+    row("obmerc_c", "NAKHL_E_TAQI", hotine,
+        (658377.437, 3044969.194, 0.999895934, rad(0.5716611944444444), rad(27.51882880555555),
+         rad(52.60353916666667)))
+    row("borneo", "RSO_BORNEO", ["scale_factor"], (0.99984,))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

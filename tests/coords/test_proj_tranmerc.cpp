@@ -147,6 +147,23 @@ const Member kMembers[] = {
     {"WGS84", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +ellps=WGS84", -77, 3,
      16, 20, 0.001},
+    {"NAD83", "OMALSK1M",
+     "+proj=omerc +lat_0=57 +lonc=-133.6666666666667 +alpha=323.1301023611111 "
+     "+gamma=323.1301023611111 +k=0.9999 +x_0=5000000 +y_0=-5000000 +ellps=GRS80",
+     -134, 8, 52, 62, 0.001},
+    {"SPHERE", "OMALSK1M",
+     "+proj=omerc +lat_0=57 +lonc=-133.6666666666667 +alpha=323.1301023611111 "
+     "+gamma=323.1301023611111 +k=0.9999 +x_0=5000000 +y_0=-5000000 +R=6371000",
+     -134, 30, 30, 80, 0.001},
+    {"ED50", "NAKHL_E_TAQI",
+     "+proj=omerc +no_uoff +lat_0=27.51882880555555 +lonc=52.60353916666667 "
+     "+alpha=0.5716611944444444 +gamma=0.5716611944444444 +k=0.999895934 +x_0=658377.437 "
+     "+y_0=3044969.194 +ellps=intl",
+     52.6, 5, 24, 31, 0.001},
+    {"TIMBALAI1948", "RSO_BORNEO",
+     "+proj=omerc +lat_0=4 +lonc=115 +alpha=53.31582047222222 +gamma=53.13010236111111 "
+     "+k=0.99984 +x_0=590476.87 +y_0=442857.65 +a=6377298.556 +rf=300.8017",
+     115, 6, 0, 8, 0.001},
     {"SPHERE", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
      -10, 80, 0.001},
@@ -254,6 +271,10 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
         {wgs, "WGS84", "LAMBERT93", 3, 90, 0, 700000, NAN},
         {wgs, "WGS84", "LAMBERT93", 3, -90, 1, NAN, NAN},
         {wgs, "WGS84", "JAMAICA_GRID", -77, -90, 1, NAN, NAN},
+        // The oblique Mercator's central point, and its line at infinity
+        // (the central line's poles on the aposphere, 90 degrees away).
+        {wgs, "WGS84", "OMALSK1M", -133.6666666666667, 57, 0, 5000000, -5000000},
+        {sphere, "SPHERE", "NAKHL_E_TAQI", 142.339401887888, -0.506981104248, 2, NAN, NAN},
         {wgs, "WGS84", "JAMAICA_GRID", -77, 18, 0, 750000, 650000},
         // The world maps' corners: the pole and the edge of the equator.
         {sphere, "SPHERE", "VANDERGRINTEN", 40, 90, 0, 0, kPi * 6371000},
