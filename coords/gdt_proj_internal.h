@@ -86,6 +86,10 @@ int gdt_lamcon1_install();
 int gdt_obmerc_b_install();
 int gdt_obmerc_c_install();
 int gdt_borneo_install();
+int gdt_dutch_install();
+int gdt_swiss_install();
+int gdt_nzmapgrd_install();
+int gdt_danish_uts_install();
 
 /* The parameter text of a "USGS ..." system, at the start of its block. */
 constexpr int kGdtUsgsTextSize = 256;

@@ -247,6 +247,19 @@ def projection_tables():
          rad(52.60353916666667)))
     row("borneo", "RSO_BORNEO", ["scale_factor"], (0.99984,))
 
+    # National grids: the Netherlands' RD on Amersfoort (origin and scale
+    # fixed by the member), Switzerland's LV03 on CH1903 about Bern, and the
+    # New Zealand Map Grid on NZGD49.
+    row("dutch", "RD_NEW", ["false_east", "false_north"], (155000.0, 463000.0))
+    row("swiss", "SWISS_LV03", ["false_east", "false_north", "centre_merid", "centre_lat"],
+        (600000.0, 200000.0, rad(7.439583333333333), rad(46.95240555555556)))
+    row("nzmapgrd", "NZMG", ["false_east", "false_north", "centre_merid", "centre_lat"],
+        (2510000.0, 6023150.0, rad(173), rad(-41)))
+    # The Danish systems are named, though their member cannot yet run them.
+    danish = ["sub_proj_type", "xdirection"]
+    for code, name in enumerate(("S34J", "S34S", "S45B"), 1):
+        row("danish_uts", name, danish, (code, 1))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

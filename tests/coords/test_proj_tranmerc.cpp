@@ -164,6 +164,16 @@ const Member kMembers[] = {
      "+proj=omerc +lat_0=4 +lonc=115 +alpha=53.31582047222222 +gamma=53.13010236111111 "
      "+k=0.99984 +x_0=590476.87 +y_0=442857.65 +a=6377298.556 +rf=300.8017",
      115, 6, 0, 8, 0.001},
+    {"AMERSFOORT", "RD_NEW",
+     "+proj=sterea +lat_0=52.15616055555555 +lon_0=5.38763888888889 +k=0.9999079 +x_0=155000 "
+     "+y_0=463000 +ellps=bessel",
+     5.4, 4, 50, 54, 0.001},
+    {"CH1903", "SWISS_LV03",
+     "+proj=somerc +lat_0=46.95240555555556 +lon_0=7.439583333333333 +k_0=1 +x_0=600000 "
+     "+y_0=200000 +ellps=bessel",
+     8, 4, 45, 48.5, 0.001},
+    {"NZGD49", "NZMG", "+proj=nzmg +lat_0=-41 +lon_0=173 +x_0=2510000 +y_0=6023150 +ellps=intl",
+     172, 7, -47.5, -34, 0.001},
     {"SPHERE", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
      -10, 80, 0.001},
@@ -235,6 +245,9 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
 {
     int wgs = system("WGS84", "GEODETIC", "radians");
     int sphere = system("SPHERE", "GEODETIC", "radians");
+    int amersfoort = system("AMERSFOORT", "GEODETIC", "radians");
+    int ch1903 = system("CH1903", "GEODETIC", "radians");
+    int nzgd49 = system("NZGD49", "GEODETIC", "radians");
     struct Case {
         int source;
         const char *datum, *projection;
@@ -271,6 +284,11 @@ TEST_F(ProjEdges, PolesInfiniteLinesAndZoneCentres)
         {wgs, "WGS84", "LAMBERT93", 3, 90, 0, 700000, NAN},
         {wgs, "WGS84", "LAMBERT93", 3, -90, 1, NAN, NAN},
         {wgs, "WGS84", "JAMAICA_GRID", -77, -90, 1, NAN, NAN},
+        // The national grids' origins.
+        {amersfoort, "AMERSFOORT", "RD_NEW", 5.38763888888889, 52.15616055555555, 0, 155000,
+         463000},
+        {ch1903, "CH1903", "SWISS_LV03", 7.439583333333333, 46.95240555555556, 0, 600000, 200000},
+        {nzgd49, "NZGD49", "NZMG", 173, -41, 0, 2510000, 6023150},
         // The oblique Mercator's central point, and its line at infinity
         // (the central line's poles on the aposphere, 90 degrees away).
         {wgs, "WGS84", "OMALSK1M", -133.6666666666667, 57, 0, 5000000, -5000000},
@@ -419,6 +437,20 @@ TEST_F(ProjEdges, PointsOffTheMapGoingBackward)
             system(strcmp(c.projection, "SOLDNER_BERLIN") == 0 ? "DHDN" : "WGS84", c.projection);
         double lon, lat;
         EXPECT_EQ(carry(en, ll, c.x, c.y, lon, lat), c.status) << c.projection;
+    }
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ProjEdges, DanishSystemsRefuseNamingTheMissingCoefficients)
+{
+    for (const char *name : {"S34J", "S34S", "S45B"}) {
+        gdt_test::messages.clear();
+        EXPECT_LE(gdt_crelock_coord_sys("ED50", name, "metres"), 0) << name;
+        EXPECT_TRUE(gdt_test::said("polynomial coefficients")) << name;
+        EXPECT_TRUE(gdt_test::said("s34j, s34s and s45b")) << name;
     }
 }
 
