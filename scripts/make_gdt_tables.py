@@ -260,6 +260,19 @@ def projection_tables():
     for code, name in enumerate(("S34J", "S34S", "S45B"), 1):
         row("danish_uts", name, danish, (code, 1))
 
+    # Lambert conics of the State Plane (NAD83, metres): Connecticut and
+    # Texas Central; and Lambert zone I of France on NTF, its meridian of
+    # Paris given from Greenwich.
+    lcc2 = ["false_east", "false_north", "scale_factor", "centre_merid", "centre_lat",
+            "first_paral", "second_paral"]
+    row("lambert2", "LM2CONNM", lcc2, (304800.6096, 152400.3048, 1.0, rad(-72.75),
+                                       rad(40.83333333333334), rad(41.86666666666667), rad(41.2)))
+    row("lambert2", "LM2TXCM", lcc2, (700000.0, 3000000.0, 1.0, rad(-100.3333333333333),
+                                      rad(29.66666666666667), rad(31.88333333333333),
+                                      rad(30.11666666666667)))
+    row("lambert1", "NTF_LAMBERT_I", lcc1,
+        (600000.0, 200000.0, 0.99987734, rad(2.337229166666667), rad(49.5)))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

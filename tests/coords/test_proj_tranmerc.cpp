@@ -174,6 +174,22 @@ const Member kMembers[] = {
      8, 4, 45, 48.5, 0.001},
     {"NZGD49", "NZMG", "+proj=nzmg +lat_0=-41 +lon_0=173 +x_0=2510000 +y_0=6023150 +ellps=intl",
      172, 7, -47.5, -34, 0.001},
+    {"NAD83", "LM2CONNM",
+     "+proj=lcc +lat_1=41.86666666666667 +lat_2=41.2 +lat_0=40.83333333333334 +lon_0=-72.75 "
+     "+x_0=304800.6096 +y_0=152400.3048 +ellps=GRS80",
+     -72.75, 4, 39, 44, 0.001},
+    {"NAD83", "LM2TXCM",
+     "+proj=lcc +lat_1=31.88333333333333 +lat_2=30.11666666666667 +lat_0=29.66666666666667 "
+     "+lon_0=-100.3333333333333 +x_0=700000 +y_0=3000000 +ellps=GRS80",
+     -100.3, 15, 20, 50, 0.001},
+    {"SPHERE", "LM2TXCM",
+     "+proj=lcc +lat_1=31.88333333333333 +lat_2=30.11666666666667 +lat_0=29.66666666666667 "
+     "+lon_0=-100.3333333333333 +x_0=700000 +y_0=3000000 +R=6371000",
+     -100.3, 60, 0, 85, 0.001},
+    {"NTF", "NTF_LAMBERT_I",
+     "+proj=lcc +lat_1=49.5 +lat_0=49.5 +lon_0=2.337229166666667 +k_0=0.99987734 +x_0=600000 "
+     "+y_0=200000 +a=6378249.2 +rf=293.4660212936269",
+     2.3, 8, 45, 55, 0.001},
     {"SPHERE", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
      -10, 80, 0.001},
@@ -452,6 +468,42 @@ TEST_F(ProjEdges, DanishSystemsRefuseNamingTheMissingCoefficients)
         EXPECT_TRUE(gdt_test::said("polynomial coefficients")) << name;
         EXPECT_TRUE(gdt_test::said("s34j, s34s and s45b")) << name;
     }
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ProjEdges, LambertConeOfParallelsAboutTheEquatorIsMercator)
+{
+    // Parallels symmetric about the equator give no cone: the member maps as
+    // Mercator true at those parallels, which the peer has.
+    int id = system("WGS84", "GEODETIC", "degrees");
+    gdt_delete_coord_sys(&id);
+    const gdt::Base *base = gdt::base_at(gdt::find_base("lambert2"));
+    ASSERT_NE(base, nullptr);
+    std::vector<char> block(base->block_size);
+    const char *names[] = {"scale_factor", "spheroid.radius", "spheroid.eccentricity",
+                           "centre_merid", "first_paral",     "second_paral"};
+    const double values[] = {1.0, 6378137.0, 0.0818191908426215, 20 * kDeg, 30 * kDeg, -30 * kDeg};
+    for (int i = 0; i < 6; i++)
+        std::memcpy(block.data() + struct_offset(base->description, names[i]), &values[i], 8);
+    ASSERT_EQ(base->init(block.data()), 0);
+    Peer peer("+proj=merc +lat_ts=30 +lon_0=20 +ellps=WGS84");
+    Points points(11);
+    for (int i = 0; i < 200; i++) {
+        double lon = points.uniform(-160, 200) * kDeg, lat = points.uniform(-85, 85) * kDeg;
+        double x, y, px, py, blon, blat;
+        ASSERT_EQ(base->forward(block.data(), lon, lat, &x, &y), 0);
+        ASSERT_TRUE(peer.forward(gdt_normal_pi(lon), lat, px, py));
+        EXPECT_NEAR(x, px, 0.001);
+        EXPECT_NEAR(y, py, 0.001);
+        ASSERT_EQ(base->backward(block.data(), x, y, &blon, &blat), 0);
+        EXPECT_NEAR(std::remainder(blon - lon, 2 * kPi), 0, 1e-9);
+        EXPECT_NEAR(blat, lat, 1e-9);
+    }
+    double x, y;
+    EXPECT_EQ(base->forward(block.data(), 0, 90 * kDeg, &x, &y), 1);
 }
 
 }  // namespace
