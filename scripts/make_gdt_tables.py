@@ -273,6 +273,14 @@ def projection_tables():
     row("lambert1", "NTF_LAMBERT_I", lcc1,
         (600000.0, 200000.0, 0.99987734, rad(2.337229166666667), rad(49.5)))
 
+    # Laborde's grid of Madagascar on Tananarive: origin 21 grads south,
+    # 49 grads east of Paris, azimuth 21 grads, given here in degrees from
+    # Greenwich.
+    row("labordom", "LABORDE_MADAGASCAR",
+        ["false_east", "false_north", "scale_factor", "origin_lat", "origin_long", "true_bearing",
+         "tissot_ind"],
+        (400000.0, 800000.0, 0.9995, rad(-18.9), rad(46.43722916666667), rad(18.9), 0.0))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

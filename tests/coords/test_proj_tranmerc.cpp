@@ -190,6 +190,12 @@ const Member kMembers[] = {
      "+proj=lcc +lat_1=49.5 +lat_0=49.5 +lon_0=2.337229166666667 +k_0=0.99987734 +x_0=600000 "
      "+y_0=200000 +a=6378249.2 +rf=293.4660212936269",
      2.3, 8, 45, 55, 0.001},
+    // The peer inverts Laborde's series by a truncated series of its own
+    // (centimetres); ours inverts the forward exactly.
+    {"TANANARIVE", "LABORDE_MADAGASCAR",
+     "+proj=labrd +lat_0=-18.9 +lon_0=46.43722916666667 +azi=18.9 +k_0=0.9995 +x_0=400000 "
+     "+y_0=800000 +ellps=intl",
+     46.9, 4, -26, -11.5, 0.001, true},
     {"SPHERE", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
      -10, 80, 0.001},
