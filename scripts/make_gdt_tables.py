@@ -281,6 +281,12 @@ def projection_tables():
          "tissot_ind"],
         (400000.0, 800000.0, 0.9995, rad(-18.9), rad(46.43722916666667), rad(18.9), 0.0))
 
+    # A sheet of the International Map of the World, 44 to 48 N and 6 to 12 E,
+    # with its edges as the true parallels and its origin at the middle of the
+    # southern edge.
+    row("modpol", "IMW_NL32", ["centre_merid", "centre_lat", "first_paral", "second_paral"],
+        (rad(9), rad(44), rad(44), rad(48)))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

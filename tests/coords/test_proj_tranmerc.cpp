@@ -196,6 +196,11 @@ const Member kMembers[] = {
      "+proj=labrd +lat_0=-18.9 +lon_0=46.43722916666667 +azi=18.9 +k_0=0.9995 +x_0=400000 "
      "+y_0=800000 +ellps=intl",
      46.9, 4, -26, -11.5, 0.001, true},
+    // The peer stops its inverse at 1e-10 of the radius (0.6 mm).
+    {"ED50", "IMW_NL32", "+proj=imw_p +lat_1=44 +lat_2=48 +lon_0=9 +ellps=intl", 9, 4, 43, 49,
+     0.001},
+    {"SPHERE", "IMW_NL32", "+proj=imw_p +lat_1=44 +lat_2=48 +lon_0=9 +R=6371000", 9, 4, 43, 49,
+     0.001},
     {"SPHERE", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
      -10, 80, 0.001},
