@@ -287,6 +287,27 @@ def projection_tables():
     row("modpol", "IMW_NL32", ["centre_merid", "centre_lat", "first_paral", "second_paral"],
         (rad(9), rad(44), rad(44), rad(48)))
 
+    # Modified stereographic projections with their published complex
+    # coefficients: Miller's oblated stereographic of Europe and Africa (on the
+    # sphere), the 50 states of the United States and Alaska (on Clarke 1866).
+    modstero = (["false_east", "false_north", "centre_merid", "centre_lat", "num_const"] +
+                ["coeff_a%d" % j for j in range(1, 11)] + ["coeff_b%d" % j for j in range(1, 11)])
+
+    def modified_stereo(name, lon0, lat0, coeffs):
+        a = [c[0] for c in coeffs] + [0.0] * (10 - len(coeffs))
+        b = [c[1] for c in coeffs] + [0.0] * (10 - len(coeffs))
+        row("modstero", name, modstero, [0.0, 0.0, rad(lon0), rad(lat0), len(coeffs)] + a + b)
+
+    modified_stereo("MILLER_OS", 20, 18, [(0.9245, 0.0), (0.0, 0.0), (0.01943, 0.0)])
+    modified_stereo("GS50", -120, 45, [
+        (0.9827497, 0.0), (0.0210669, 0.0053804), (-0.1031415, -0.0571664),
+        (-0.0323337, -0.0322847), (0.0502303, 0.1211983), (0.0251805, 0.0895678),
+        (-0.0012315, -0.1416121), (0.0072202, -0.1317091), (-0.0194029, 0.0759677),
+        (-0.0210072, 0.0834037)])
+    modified_stereo("ALASKA_MS", -152, 64, [
+        (0.9945303, 0.0), (0.0052083, -0.0027404), (0.0072721, 0.0048181),
+        (-0.0151089, -0.1932526), (0.0642675, -0.1381226), (0.3582802, -0.2884586)])
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",

@@ -201,6 +201,11 @@ const Member kMembers[] = {
      0.001},
     {"SPHERE", "IMW_NL32", "+proj=imw_p +lat_1=44 +lat_2=48 +lon_0=9 +R=6371000", 9, 4, 43, 49,
      0.001},
+    {"SPHERE", "MILLER_OS", "+proj=mil_os +R=6371000", 20, 60, -35, 70, 0.001},
+    // The peer holds Clarke 1866 for these with e^2 rounded to 0.00676866,
+    // about 2e-9 from the datum's: a few millimetres on the map.
+    {"NAD27", "GS50", "+proj=gs50 +ellps=clrk66", -120, 30, 25, 65, 0.01},
+    {"NAD27", "ALASKA_MS", "+proj=alsk +ellps=clrk66", -152, 20, 52, 72, 0.01},
     {"SPHERE", "JAMAICA_GRID",
      "+proj=lcc +lat_1=18 +lat_0=18 +lon_0=-77 +k_0=1 +x_0=750000 +y_0=650000 +R=6371000", -77, 40,
      -10, 80, 0.001},
