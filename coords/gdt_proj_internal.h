@@ -87,6 +87,7 @@ int gdt_obmerc_b_install();
 int gdt_obmerc_c_install();
 int gdt_borneo_install();
 int gdt_lambert1_install();
+int gdt_bioconco_install();
 int gdt_modstero_install();
 int gdt_modpol_install();
 int gdt_labordom_install();

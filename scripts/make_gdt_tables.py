@@ -308,6 +308,9 @@ def projection_tables():
         (0.9945303, 0.0), (0.0052083, -0.0027404), (0.0072721, 0.0048181),
         (-0.0151089, -0.1932526), (0.0642675, -0.1381226), (0.3582802, -0.2884586)])
 
+    # The bipolar oblique conic conformal map of the Americas.
+    row("bioconco", "BIPOLAR_AMERICAS", world, (0.0, 0.0, 0.0))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",
