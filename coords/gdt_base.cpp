@@ -116,7 +116,7 @@ int gdt_proj_install(const char *name, void *proto, int size, const gdt_proj_par
     return bad ? -1 : 0;
 }
 
-/* The members built so far, in the family's order of installation. */
+/* The members of the family, in their order of installation. */
 int gdt::base_install()
 {
     static int (*const installs[])() = {
