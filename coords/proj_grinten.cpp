@@ -1,6 +1,8 @@
 /*
  * proj_grinten.cpp: van der Grinten's first projection, the world in a circle,
- * on the sphere of the datum's radius (Snyder 29-1 to 29-6). Backward is the
+ * on the sphere of the datum's radius (Snyder 29-1 to 29-6; within 90 degrees
+ * of the central meridian by the meeting of the parallel's and the meridian's
+ * circles, which keeps its digits there). Backward is the
  * closed form of Snyder 29-9 to 29-15, a cubic solved by its trigonometric
  * root, polished by the scaled Newton solver where the cubic loses digits
  * (near the equator and the central meridian).
@@ -42,6 +44,24 @@ int forward(void *block, double lon, double lat, double *x, double *y)
     } else if (std::fabs(d) < 1e-12 || std::fabs(std::fabs(lat) - kPi / 2) < 1e-12) {
         *x = 0;
         *y = std::copysign(pr * std::tan(theta / 2), lat);
+    } else if (std::fabs(d) <= kPi / 2) {
+        // Near the central meridian the closed form cancels digits (its A
+        // grows as 1/d). There the point is the meeting of two circles: the
+        // parallel's, centred on the central meridian through its points
+        // there (pi tan(theta/2)) and on the bounding circle (pi sin(theta)/
+        // (2 - sin(theta))); and the meridian's, through the poles and its
+        // point on the equator. Their common chord is a line; the point is the
+        // small root of a quadratic along it, taken without cancellation.
+        double st = std::fabs(2 * lat / kPi);
+        double yp = kPi * std::tan(theta / 2), yb = kPi * st / (2 - st);
+        double yc = (kPi * kPi - yp * yp) / (2 * (yb - yp));
+        double ad = std::fabs(d), s = ad / (ad * ad - kPi * kPi);
+        double a = 2 * yc, b = yp * yp - kPi * kPi;
+        double qa = s * s * a * a + 1, qb = 2 * s * s * a * b + 2 * (yp - yc), qc = s * s * b * b;
+        double root = std::sqrt(std::fmax(0, qb * qb - 4 * qa * qc));
+        double u = -2 * qc / (qb + std::copysign(root, qb));
+        *x = std::copysign(p->radius * s * (a * u + b), d);
+        *y = std::copysign(p->radius * (yp + u), lat);
     } else {
         double a = std::fabs(kPi / d - d / kPi) / 2;
         double st = std::sin(theta), ct = std::cos(theta);
