@@ -580,3 +580,109 @@ TEST_F(ProjEdges, BipolarConicRoundTripsAndJoinsItsCones)
 }
 
 }  // namespace
+
+namespace {
+
+/* A member's block with the given attributes set; the rest are zero. */
+struct Setting {
+    const char *name;
+    double value;
+};
+std::vector<char> member_block(const gdt::Base *base, std::initializer_list<Setting> settings)
+{
+    std::vector<char> block(base->block_size);
+    for (const Setting &s : settings) {
+        int offset = struct_offset(base->description, s.name);
+        EXPECT_GE(offset, 0) << s.name;
+        if (offset < 0) continue;
+        if (std::strcmp(s.name, "num_const") == 0) {
+            int32_t v = static_cast<int32_t>(s.value);
+            std::memcpy(block.data() + offset, &v, sizeof v);
+        } else {
+            std::memcpy(block.data() + offset, &s.value, sizeof s.value);
+        }
+    }
+    return block;
+}
+
+TEST_F(ProjEdges, InitialiseRefusesParametersThatMakeNoMap)
+{
+    int id = system("WGS84", "GEODETIC", "degrees");
+    gdt_delete_coord_sys(&id);
+    const double a = 6378137, e = 0.0818191908426215;
+    struct Case {
+        const char *base;
+        std::initializer_list<Setting> settings;
+    } cases[] = {
+        // A cone on the equator is no cone; a parallel at the pole is its apex.
+        {"lamcon1", {{"spheroid.radius", a}, {"scale_factor", 1}, {"centre_lat", 0}}},
+        {"lambert1", {{"spheroid.radius", a}, {"scale_factor", 1}, {"centre_lat", 0}}},
+        {"lambert2",
+         {{"spheroid.radius", a},
+          {"scale_factor", 1},
+          {"first_paral", kPi / 2},
+          {"second_paral", 0.5}}},
+        // The oblique Mercator's centre at a pole has no central line.
+        {"obmerc_b", {{"spheroid.radius", a}, {"scale_factor", 1}, {"origin_lat", kPi / 2}}},
+        {"modstero", {{"spheroid.radius", a}, {"num_const", 0}, {"coeff_a1", 1}}},
+        {"modstero", {{"spheroid.radius", a}, {"num_const", 11}, {"coeff_a1", 1}}},
+        {"modstero", {{"spheroid.radius", a}, {"num_const", 2}}},
+        // One true parallel, or two symmetric about the equator, make no sheet.
+        {"modpol", {{"spheroid.radius", a}, {"first_paral", 0.8}, {"second_paral", 0.8}}},
+        {"modpol", {{"spheroid.radius", a}, {"first_paral", -0.3}, {"second_paral", 0.3}}},
+        {"swiss", {{"spheroid.radius", a}, {"spheroid.eccentricity", e}, {"centre_lat", kPi / 2}}},
+        {"labordom", {{"spheroid.radius", a}, {"scale_factor", 1}, {"origin_lat", kPi / 2}}},
+        {"azimuted", {{"spheroid.radius", a}, {"origin_lat", 2.0}}},
+        {"robinson", {{"spheroid.radius", 0}}},
+        {"danish_uts", {{"sub_proj_type", 0}}},
+    };
+    for (const Case &c : cases) {
+        const gdt::Base *base = gdt::base_at(gdt::find_base(c.base));
+        ASSERT_NE(base, nullptr) << c.base;
+        std::vector<char> block = c.base == std::string("danish_uts")
+                                      ? std::vector<char>(base->block_size)
+                                      : member_block(base, c.settings);
+        EXPECT_EQ(base->init(block.data()), -1) << c.base;
+    }
+}
+
+TEST_F(ProjEdges, HotineVariantsDifferOnlyInTheirOriginOnTheCentralLine)
+{
+    // The same line, the same grid: only where its origin lies differs, so
+    // the two grids differ by one constant shift.
+    int id = system("WGS84", "GEODETIC", "degrees");
+    gdt_delete_coord_sys(&id);
+    const gdt::Base *b = gdt::base_at(gdt::find_base("obmerc_b"));
+    const gdt::Base *c = gdt::base_at(gdt::find_base("obmerc_c"));
+    ASSERT_NE(b, nullptr);
+    ASSERT_NE(c, nullptr);
+    auto settings = {Setting{"spheroid.radius", 6378137.0},
+                     Setting{"spheroid.eccentricity", 0.0818191908426215},
+                     Setting{"scale_factor", 0.9996},
+                     Setting{"azimuth_angl", 0.6},
+                     Setting{"origin_lat", 0.9},
+                     Setting{"origin_long", -2.0}};
+    std::vector<char> block_b = member_block(b, settings), block_c = member_block(c, settings);
+    ASSERT_EQ(b->init(block_b.data()), 0);
+    ASSERT_EQ(c->init(block_c.data()), 0);
+    double xb, yb, xc, yc, dx = NAN, dy = NAN;
+    Points points(3);
+    for (int i = 0; i < 50; i++) {
+        double lon = -2.0 + points.uniform(-0.2, 0.2), lat = 0.9 + points.uniform(-0.2, 0.2);
+        ASSERT_EQ(b->forward(block_b.data(), lon, lat, &xb, &yb), 0);
+        ASSERT_EQ(c->forward(block_c.data(), lon, lat, &xc, &yc), 0);
+        if (i == 0) {
+            dx = xc - xb;
+            dy = yc - yb;
+            // The centre is the origin of obmerc_b, and far from obmerc_c's.
+            EXPECT_GT(std::hypot(dx, dy), 1e5);
+        }
+        EXPECT_NEAR(xc - xb, dx, 1e-6);
+        EXPECT_NEAR(yc - yb, dy, 1e-6);
+    }
+    ASSERT_EQ(b->forward(block_b.data(), -2.0, 0.9, &xb, &yb), 0);
+    EXPECT_NEAR(xb, 0, 1e-6);
+    EXPECT_NEAR(yb, 0, 1e-6);
+}
+
+}  // namespace
