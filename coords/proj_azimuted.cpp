@@ -209,6 +209,12 @@ int backward(void *block, double x, double y, double *lon, double *lat)
     double l;
     geodesic_direct(p, rho, std::atan2(x, y), &l, lat);
     *lon = gdt_normal_pi(p->origin_long + l);
+    // Past the antipode (at a distance that depends on the azimuth) the
+    // geodesic runs on and its point maps elsewhere: not on the map.
+    double fx, fy;
+    if (forward(block, *lon, *lat, &fx, &fy) != 0 ||
+        std::hypot(fx - p->false_east - x, fy - p->false_north - y) > 1e-3)
+        return GDT_PROJ_POLE;
     return GDT_PROJ_OK;
 }
 

@@ -178,7 +178,8 @@ int backward(void *block, double x, double y, double *lon, double *lat)
             *lat = f;
         }
     }
-    if (best > 1e-9) return best == HUGE_VAL ? GDT_PROJ_NO_CONVERGENCE : GDT_PROJ_POLE;
+    // Beyond both cones' reach, or on neither: not on the map.
+    if (best > 1e-9) return GDT_PROJ_POLE;
     *lon = gdt_normal_pi(*lon + p->centre_merid);
     return GDT_PROJ_OK;
 }

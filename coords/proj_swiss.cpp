@@ -67,6 +67,8 @@ int backward(void *block, double x, double y, double *lon, double *lat)
 {
     const auto *p = static_cast<const Swiss *>(block);
     double lbar = (x - p->false_east) / p->r;
+    // Beyond the map's cut, or at its infinite ends.
+    if (std::fabs(lbar) > kPi || std::fabs(y - p->false_north) / p->r > 40) return GDT_PROJ_POLE;
     double bbar = 2 * (std::atan(std::exp((y - p->false_north) / p->r)) - kPi / 4);
     double sbb = std::sin(bbar), cbb = std::cos(bbar), clb = std::cos(lbar);
     double b = gdt_asin(p->cos_b0 * sbb + p->sin_b0 * cbb * clb);

@@ -463,13 +463,21 @@ TEST_F(ProjEdges, PointsOffTheMapGoingBackward)
         double x, y;
         int status;
     } cases[] = {
-        {"WINKEL_TRIPEL", 5e7, 5e7, -2},     // no convergence of the generic solver
-        {"MOLLWEIDE", 0, 1e8, 1},            // beyond the ellipse
-        {"ORTHO_EQ", 7e6, 0, 1},             // beyond the disc of the globe
-        {"SOLDNER_BERLIN", 1e12, 1e12, -2},  // the scaled solver leaves the map
-        {"ROBINSON", 0, 9e6, 1},             // beyond the pole's line
-        {"ROBINSON", 2e7, 0, 1},             // beyond the edge of the equator
-        {"VANDERGRINTEN", 2.1e7, 0, 1},      // beyond the circle of the world
+        {"WINKEL_TRIPEL", 5e7, 5e7, -2},       // no convergence of the generic solver
+        {"MOLLWEIDE", 0, 1e8, 1},              // beyond the ellipse
+        {"ORTHO_EQ", 7e6, 0, 1},               // beyond the disc of the globe
+        {"SOLDNER_BERLIN", 1e12, 1e12, -2},    // the scaled solver leaves the map
+        {"ROBINSON", 0, 9e6, 1},               // beyond the pole's line
+        {"ROBINSON", 2e7, 0, 1},               // beyond the edge of the equator
+        {"VANDERGRINTEN", 2.1e7, 0, 1},        // beyond the circle of the world
+        {"AZEQ_WORLD", 0, 2.1e7, 1},           // past the antipode, on the ellipsoid
+        {"AZEQ_NORTH", 0, 4.1e7, 1},           // past the south pole's circle
+        {"NZMG", 1e9, 1e9, -2},                // the complex series diverges
+        {"RD_NEW", 1e9, -1e9, -2},             // the generic solver leaves the globe
+        {"LABORDE_MADAGASCAR", 1e9, 1e9, -2},  // likewise
+        {"IMW_NL32", 1e9, 1e9, -2},            // the secant iteration leaves the globe
+        {"BIPOLAR_AMERICAS", 1e9, 1e9, 1},     // beyond both cones
+        {"SWISS_LV03", 1e9, 1e9, 1},           // beyond the cut of the cylinder
     };
     for (const Case &c : cases) {
         int en =
