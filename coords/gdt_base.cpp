@@ -226,16 +226,20 @@ int gdt::field_fill(void *block, int real_index, const Affine &affine)
     return static_cast<int>(sizeof(FieldHead));
 }
 
-/* The members built so far, in the family's order of installation. */
+/* The members of the family, in their order of installation. */
 int gdt::base_install()
 {
     static int (*const installs[])() = {
-        gdt_coniced_install,  gdt_mollweid_install, gdt_mercator_install, gdt_tranmerc_install,
-        gdt_stm_install,      gdt_utm_install,      gdt_albersea_install, gdt_regpol_install,
-        gdt_stereo_install,   gdt_lambazea_install, gdt_sinusoid_install, gdt_eckertiv_install,
-        gdt_eckertvi_install, gdt_placaree_install, gdt_cassini_install,  gdt_winktrip_install,
-        gdt_bonne_install,    gdt_orthog_install,   gdt_gnomonic_install, gdt_lamcon2_install,
-        gdt_usgs_install,     gdt_millercy_install,
+        gdt_coniced_install,  gdt_lambert1_install, gdt_lambert2_install,   gdt_mollweid_install,
+        gdt_mercator_install, gdt_tranmerc_install, gdt_stm_install,        gdt_utm_install,
+        gdt_albersea_install, gdt_regpol_install,   gdt_modpol_install,     gdt_azimuted_install,
+        gdt_obmerc_b_install, gdt_stereo_install,   gdt_grinten_install,    gdt_lambazea_install,
+        gdt_sinusoid_install, gdt_eckertiv_install, gdt_eckertvi_install,   gdt_placaree_install,
+        gdt_cassini_install,  gdt_bioconco_install, gdt_dutch_install,      gdt_borneo_install,
+        gdt_swiss_install,    gdt_winktrip_install, gdt_nzmapgrd_install,   gdt_labordom_install,
+        gdt_bonne_install,    gdt_orthog_install,   gdt_gnomonic_install,   gdt_modstero_install,
+        gdt_robinson_install, gdt_lamcon1_install,  gdt_lamcon2_install,    gdt_obmerc_c_install,
+        gdt_usgs_install,     gdt_millercy_install, gdt_danish_uts_install,
     };
     for (auto install : installs)
         if (install() != 0) return -1;

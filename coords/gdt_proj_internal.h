@@ -56,29 +56,46 @@ int gdt_proj_install(const char *name, void *proto, int size, const gdt_proj_par
     return gdt_proj_install(name, proto, size, pars, N, init, forward, backward, mode);
 }
 
-/* Install functions of the members built, in the family's order. */
+/* Install functions of the members, in the family's order. */
+int gdt_coniced_install();
+int gdt_lambert1_install();
+int gdt_lambert2_install();
 int gdt_mollweid_install();
 int gdt_mercator_install();
 int gdt_tranmerc_install();
 int gdt_stm_install();
 int gdt_utm_install();
 int gdt_albersea_install();
-int gdt_lambazea_install();
-int gdt_cassini_install();
-int gdt_bonne_install();
-int gdt_coniced_install();
+int gdt_regpol_install();
+int gdt_modpol_install();
+int gdt_azimuted_install();
+int gdt_obmerc_b_install();
 int gdt_stereo_install();
+int gdt_grinten_install();
+int gdt_lambazea_install();
 int gdt_sinusoid_install();
 int gdt_eckertiv_install();
 int gdt_eckertvi_install();
 int gdt_placaree_install();
+int gdt_cassini_install();
+int gdt_bioconco_install();
+int gdt_dutch_install();
+int gdt_borneo_install();
+int gdt_swiss_install();
+int gdt_winktrip_install();
+int gdt_nzmapgrd_install();
+int gdt_labordom_install();
+int gdt_bonne_install();
 int gdt_orthog_install();
 int gdt_gnomonic_install();
+int gdt_modstero_install();
+int gdt_robinson_install();
+int gdt_lamcon1_install();
 int gdt_lamcon2_install();
+int gdt_obmerc_c_install();
 int gdt_usgs_install();
 int gdt_millercy_install();
-int gdt_winktrip_install();
-int gdt_regpol_install();
+int gdt_danish_uts_install();
 
 /* The parameter text of a "USGS ..." system, at the start of its block. */
 constexpr int kGdtUsgsTextSize = 256;

@@ -218,6 +218,99 @@ def projection_tables():
     row("albersea", "ALBERS_AU", albers, (0.0, 0.0, rad(-18), rad(-36), 0.0, rad(132)))
     row("albersea", "ALBERS_US", albers, (0.0, 0.0, rad(29.5), rad(45.5), rad(23), rad(-96)))
 
+    # World maps: Robinson's and van der Grinten's, on the datum's sphere.
+    row("robinson", "ROBINSON", world, (0.0, 0.0, 0.0))
+    row("grinten", "VANDERGRINTEN", world, (0.0, 0.0, 0.0))
+    # Azimuthal equidistant views: the north and south polar ones, the world
+    # about the origin of longitude and latitude, and one of Europe.
+    row("azimuted", "AZEQ_NORTH", azimuthal, (0.0, 0.0, rad(90), 0.0))
+    row("azimuted", "AZEQ_SOUTH", azimuthal, (0.0, 0.0, rad(-90), 0.0))
+    row("azimuted", "AZEQ_WORLD", azimuthal, (0.0, 0.0, 0.0, 0.0))
+    row("azimuted", "AZEQ_EUROPE", azimuthal, (0.0, 0.0, rad(52), rad(10)))
+    # Lambert zone II (extended) of France on NTF, its meridian of Paris given
+    # from Greenwich; and the metric grid of Jamaica.
+    lcc1 = ["false_east", "false_north", "scale_factor", "centre_merid", "centre_lat"]
+    row("lamcon1", "NTF_LAMBERT_IIE", lcc1,
+        (600000.0, 2200000.0, 0.99987742, rad(2.337229166666667), rad(46.8)))
+    row("lamcon1", "JAMAICA_GRID", lcc1, (750000.0, 650000.0, 1.0, rad(-77), rad(18)))
+
+    # Hotine's oblique Mercator: Alaska's zone 1 of the State Plane (NAD83)
+    # with its origin at the centre, Nakhl-e Taqi of Iran (on the
+    # International ellipsoid) at the natural origin; and Borneo's rectified
+    # skew orthomorphic grid, whose other constants are fixed by its member.
+    hotine = ["false_east", "false_north", "scale_factor", "azimuth_angl", "origin_lat",
+              "origin_long"]
+    row("obmerc_b", "OMALSK1M", hotine, (5000000.0, -5000000.0, 0.9999,
+                                         math.atan2(-3, 4), rad(57), rad(-133.6666666666667)))
+    row("obmerc_c", "NAKHL_E_TAQI", hotine,
+        (658377.437, 3044969.194, 0.999895934, rad(0.5716611944444444), rad(27.51882880555555),
+         rad(52.60353916666667)))
+    row("borneo", "RSO_BORNEO", ["scale_factor"], (0.99984,))
+
+    # National grids: the Netherlands' RD on Amersfoort (origin and scale
+    # fixed by the member), Switzerland's LV03 on CH1903 about Bern, and the
+    # New Zealand Map Grid on NZGD49.
+    row("dutch", "RD_NEW", ["false_east", "false_north"], (155000.0, 463000.0))
+    row("swiss", "SWISS_LV03", ["false_east", "false_north", "centre_merid", "centre_lat"],
+        (600000.0, 200000.0, rad(7.439583333333333), rad(46.95240555555556)))
+    row("nzmapgrd", "NZMG", ["false_east", "false_north", "centre_merid", "centre_lat"],
+        (2510000.0, 6023150.0, rad(173), rad(-41)))
+    # The Danish systems are named, though their member cannot yet run them.
+    danish = ["sub_proj_type", "xdirection"]
+    for code, name in enumerate(("S34J", "S34S", "S45B"), 1):
+        row("danish_uts", name, danish, (code, 1))
+
+    # Lambert conics of the State Plane (NAD83, metres): Connecticut and
+    # Texas Central; and Lambert zone I of France on NTF, its meridian of
+    # Paris given from Greenwich.
+    lcc2 = ["false_east", "false_north", "scale_factor", "centre_merid", "centre_lat",
+            "first_paral", "second_paral"]
+    row("lambert2", "LM2CONNM", lcc2, (304800.6096, 152400.3048, 1.0, rad(-72.75),
+                                       rad(40.83333333333334), rad(41.86666666666667), rad(41.2)))
+    row("lambert2", "LM2TXCM", lcc2, (700000.0, 3000000.0, 1.0, rad(-100.3333333333333),
+                                      rad(29.66666666666667), rad(31.88333333333333),
+                                      rad(30.11666666666667)))
+    row("lambert1", "NTF_LAMBERT_I", lcc1,
+        (600000.0, 200000.0, 0.99987734, rad(2.337229166666667), rad(49.5)))
+
+    # Laborde's grid of Madagascar on Tananarive: origin 21 grads south,
+    # 49 grads east of Paris, azimuth 21 grads, given here in degrees from
+    # Greenwich.
+    row("labordom", "LABORDE_MADAGASCAR",
+        ["false_east", "false_north", "scale_factor", "origin_lat", "origin_long", "true_bearing",
+         "tissot_ind"],
+        (400000.0, 800000.0, 0.9995, rad(-18.9), rad(46.43722916666667), rad(18.9), 0.0))
+
+    # A sheet of the International Map of the World, 44 to 48 N and 6 to 12 E,
+    # with its edges as the true parallels and its origin at the middle of the
+    # southern edge.
+    row("modpol", "IMW_NL32", ["centre_merid", "centre_lat", "first_paral", "second_paral"],
+        (rad(9), rad(44), rad(44), rad(48)))
+
+    # Modified stereographic projections with their published complex
+    # coefficients: Miller's oblated stereographic of Europe and Africa (on the
+    # sphere), the 50 states of the United States and Alaska (on Clarke 1866).
+    modstero = (["false_east", "false_north", "centre_merid", "centre_lat", "num_const"] +
+                ["coeff_a%d" % j for j in range(1, 11)] + ["coeff_b%d" % j for j in range(1, 11)])
+
+    def modified_stereo(name, lon0, lat0, coeffs):
+        a = [c[0] for c in coeffs] + [0.0] * (10 - len(coeffs))
+        b = [c[1] for c in coeffs] + [0.0] * (10 - len(coeffs))
+        row("modstero", name, modstero, [0.0, 0.0, rad(lon0), rad(lat0), len(coeffs)] + a + b)
+
+    modified_stereo("MILLER_OS", 20, 18, [(0.9245, 0.0), (0.0, 0.0), (0.01943, 0.0)])
+    modified_stereo("GS50", -120, 45, [
+        (0.9827497, 0.0), (0.0210669, 0.0053804), (-0.1031415, -0.0571664),
+        (-0.0323337, -0.0322847), (0.0502303, 0.1211983), (0.0251805, 0.0895678),
+        (-0.0012315, -0.1416121), (0.0072202, -0.1317091), (-0.0194029, 0.0759677),
+        (-0.0210072, 0.0834037)])
+    modified_stereo("ALASKA_MS", -152, 64, [
+        (0.9945303, 0.0), (0.0052083, -0.0027404), (0.0072721, 0.0048181),
+        (-0.0151089, -0.1932526), (0.0642675, -0.1381226), (0.3582802, -0.2884586)])
+
+    # The bipolar oblique conic conformal map of the Americas.
+    row("bioconco", "BIPOLAR_AMERICAS", world, (0.0, 0.0, 0.0))
+
     write("project", ["name", "type", "metre_factor", "radius", "eccentricity", "prime_merid"],
           [(n, t, f, "", "", "") for n, t, f in project])
     write("tranmerc", ["name", "false_east", "false_north", "scale_factor", "centre_merid",
