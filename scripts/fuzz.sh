@@ -31,9 +31,17 @@ case "$target" in
     mkdir -p "$build/seeds/$target"
     i=0
     for table in datum_sp project tranmerc utm datumcha bursawol stereo lambazea cassini regpol \
-        winktrip albersea lamcon2 bonne coniced; do
+        winktrip albersea lamcon2 bonne coniced robinson grinten azimuted lamcon1 obmerc_b \
+        obmerc_c borneo dutch swiss nzmapgrd lambert1 lambert2 modpol bioconco modstero labordom \
+        danish_uts field; do
         seed=$build/seeds/$target/$table
-        { printf "\\$(printf '%03o' $i)"; head -c 4000 "$root/share/vorlan/GDT_DATA/$table.dat"; } > "$seed"
+        # No field table is installed: its seed is the fuzzer's own row over a UTM zone.
+        if [ "$table" = field ]; then
+            { printf "\\$(printf '%03o' $i)"
+              printf 'name,ref_proj_name,ref_datum_name,map_x_offset,map_y_offset,map_x_xfact,map_x_yfact\nFLDTEST,NUTM32,WGS84,100,200,0.8,0.6\n'; } > "$seed"
+        else
+            { printf "\\$(printf '%03o' $i)"; head -c 4000 "$root/share/vorlan/GDT_DATA/$table.dat"; } > "$seed"
+        fi
         seeds+=("$seed")
         i=$((i + 1))
     done ;;

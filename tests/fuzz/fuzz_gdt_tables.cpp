@@ -16,9 +16,12 @@
 
 namespace {
 
-const char *const kTables[] = {"datum_sp", "project",  "tranmerc", "utm",     "datumcha",
-                               "bursawol", "stereo",   "lambazea", "cassini", "regpol",
-                               "winktrip", "albersea", "lamcon2",  "bonne",   "coniced"};
+const char *const kTables[] = {
+    "datum_sp", "project",  "tranmerc", "utm",        "datumcha", "bursawol", "stereo",
+    "lambazea", "cassini",  "regpol",   "winktrip",   "albersea", "lamcon2",  "bonne",
+    "coniced",  "robinson", "grinten",  "azimuted",   "lamcon1",  "obmerc_b", "obmerc_c",
+    "borneo",   "dutch",    "swiss",    "nzmapgrd",   "lambert1", "lambert2", "modpol",
+    "bioconco", "modstero", "labordom", "danish_uts", "field"};
 
 std::string directory;
 
@@ -35,6 +38,11 @@ void copy_installed_tables()
         std::ofstream(directory + "/" + entry.path().filename().string(), std::ios::binary)
             << in.rdbuf();
     }
+    // A field projection over a UTM zone, so that the field table is read too.
+    std::ofstream(directory + "/project.dat", std::ios::app) << "FLDTEST,field,1.0\n";
+    std::ofstream(directory + "/field.dat")
+        << "name,ref_proj_name,ref_datum_name,map_x_offset,map_y_offset,map_x_xfact,map_x_yfact\n"
+           "FLDTEST,NUTM32,WGS84,100,200,0.8,0.6\n";
     setenv("GDT_DATA_PATH", directory.c_str(), 1);
     gdt_install_error(quiet);
 }
