@@ -1,7 +1,10 @@
 /*
- * proj_lamcon2.cpp: Lambert conformal conic with two standard parallels, on
- * the ellipsoid and the sphere (Snyder 15-1 to 15-11). The inverse solves the
- * latitude from t by iteration, 100 rounds to 1e-12.
+ * proj_lamcon.cpp: Lambert conformal conic, on the ellipsoid and the sphere
+ * (Snyder 15-1 to 15-11): lamcon1 with one standard parallel, the centre
+ * latitude, where the scale is `scale_factor`; lamcon2 with two standard
+ * parallels. They differ only in how the cone is set up; the conversions are
+ * one pair. The inverse solves the latitude from t by iteration, at most 100
+ * rounds to 1e-12.
  */
 #include <cmath>
 
@@ -11,14 +14,16 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-struct Lamcon2 {
-    double false_east, false_north, centre_merid, first_paral, second_paral, centre_lat;
+/* The parameters of both members; each installs the ones it reads. */
+struct Lamcon {
+    double false_east, false_north, scale_factor, centre_merid, first_paral, second_paral,
+        centre_lat;
     double radius, eccentricity, long_cut;
     /* derived */
     double n, af, rho0;
 };
 
-Lamcon2 proto;
+Lamcon proto1, proto2;
 
 double lamcon_m(double phi, double e)
 {
@@ -31,9 +36,24 @@ double lamcon_t(double phi, double e)
     return gdt_snyder_eqn_9_13(std::sin(phi), e);
 }
 
-int init(void *block)
+int init1(void *block)
 {
-    auto *p = static_cast<Lamcon2 *>(block);
+    auto *p = static_cast<Lamcon *>(block);
+    p->long_cut = p->centre_merid - kPi;
+    double e = p->eccentricity;
+    // A cone needs a parallel off the equator and off the poles.
+    if (std::fabs(p->centre_lat) >= kPi / 2 || std::fabs(p->centre_lat) < 1e-12) return -1;
+    if (!(p->radius > 0) || !(p->scale_factor > 0)) return -1;
+    p->n = std::sin(p->centre_lat);
+    double t0 = lamcon_t(p->centre_lat, e);
+    p->af = p->scale_factor * p->radius * lamcon_m(p->centre_lat, e) / (p->n * std::pow(t0, p->n));
+    p->rho0 = p->af * std::pow(t0, p->n);
+    return 0;
+}
+
+int init2(void *block)
+{
+    auto *p = static_cast<Lamcon *>(block);
     p->long_cut = p->centre_merid - kPi;
     double e = p->eccentricity;
     if (std::fabs(p->first_paral) >= kPi / 2 || std::fabs(p->second_paral) >= kPi / 2) return -1;
@@ -53,7 +73,7 @@ int init(void *block)
 
 int forward(void *block, double lon, double lat, double *x, double *y)
 {
-    const auto *p = static_cast<const Lamcon2 *>(block);
+    const auto *p = static_cast<const Lamcon *>(block);
     double rho;
     if (std::fabs(lat) >= kPi / 2 - 1e-10) {
         // The pole on the cone's side is its apex; the other is at infinity.
@@ -70,7 +90,7 @@ int forward(void *block, double lon, double lat, double *x, double *y)
 
 int backward(void *block, double x, double y, double *lon, double *lat)
 {
-    const auto *p = static_cast<const Lamcon2 *>(block);
+    const auto *p = static_cast<const Lamcon *>(block);
     double dx = x - p->false_east, dy = p->rho0 - (y - p->false_north);
     double sign = p->n < 0 ? -1.0 : 1.0;
     double rho = sign * std::hypot(dx, dy);
@@ -97,14 +117,28 @@ int backward(void *block, double x, double y, double *lon, double *lat)
 
 }  // namespace
 
+int gdt_lamcon1_install()
+{
+    Lamcon &b = proto1;
+    const gdt_proj_par pars[] = {{"false_east", &b.false_east, "d"},
+                                 {"false_north", &b.false_north, "d"},
+                                 {"scale_factor", &b.scale_factor, "d"},
+                                 {"centre_merid", &b.centre_merid, "d"},
+                                 {"centre_lat", &b.centre_lat, "d"},
+                                 {"spheroid.radius", &b.radius, "d"},
+                                 {"spheroid.eccentricity", &b.eccentricity, "d"},
+                                 {".long_cut", &b.long_cut, "d"}};
+    return gdt_proj_install("lamcon1", &proto1, sizeof proto1, pars, init1, forward, backward, 0);
+}
+
 int gdt_lamcon2_install()
 {
-    Lamcon2 &b = proto;
+    Lamcon &b = proto2;
     const gdt_proj_par pars[] = {
         {"false_east", &b.false_east, "d"},     {"false_north", &b.false_north, "d"},
         {"centre_merid", &b.centre_merid, "d"}, {"first_paral", &b.first_paral, "d"},
         {"second_paral", &b.second_paral, "d"}, {"centre_lat", &b.centre_lat, "d"},
         {"spheroid.radius", &b.radius, "d"},    {"spheroid.eccentricity", &b.eccentricity, "d"},
         {".long_cut", &b.long_cut, "d"}};
-    return gdt_proj_install("lamcon2", &proto, sizeof proto, pars, init, forward, backward, 0);
+    return gdt_proj_install("lamcon2", &proto2, sizeof proto2, pars, init2, forward, backward, 0);
 }
