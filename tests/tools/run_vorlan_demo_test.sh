@@ -7,29 +7,7 @@
 set -u
 tool=$1
 examples=$2
-py=/usr/bin/python3
-dir=$(mktemp -d)
-trap 'chmod -R u+w "$dir" 2>/dev/null; rm -rf "$dir"' EXIT
-cd "$dir" || exit 1
-
-failures=0
-fail() {
-    echo "FAIL: $*" >&2
-    failures=$((failures + 1))
-}
-
-# run EXPECTED_STATUS ARGS...: runs the tool, its output in out and err.
-run() {
-    expected=$1
-    shift
-    "$tool" "$@" >out 2>err
-    status=$?
-    if [ "$status" -ne "$expected" ]; then
-        fail "vorlan $* exited $status, not $expected: $(head -c 300 err)"
-        return 1
-    fi
-    return 0
-}
+. "$(dirname "$0")/tool_test_lib.sh"
 
 # Nothing in the folder but the test's own files.
 clean() {
@@ -284,5 +262,4 @@ status=$?
 rm -rf slow
 clean . "an interrupt"
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)" >&2; exit 1; }
-echo "vorlan demo: all checks passed"
+finish demo

@@ -7,30 +7,8 @@
 set -u
 tool=$1
 fixture=$2
-py=/usr/bin/python3
-dir=$(mktemp -d)
-trap 'chmod -R u+w "$dir" 2>/dev/null; rm -rf "$dir"' EXIT
-cd "$dir" || exit 1
+. "$(dirname "$0")/tool_test_lib.sh"
 "$fixture" . || { echo "the fixture failed" >&2; exit 1; }
-
-failures=0
-fail() {
-    echo "FAIL: $*" >&2
-    failures=$((failures + 1))
-}
-
-# run EXPECTED_STATUS ARGS...: runs the tool, its output in out and err.
-run() {
-    expected=$1
-    shift
-    "$tool" "$@" >out 2>err
-    status=$?
-    if [ "$status" -ne "$expected" ]; then
-        fail "vorlan $* exited $status, not $expected: $(head -c 300 err)"
-        return 1
-    fi
-    return 0
-}
 
 # Nothing but the names given (and the fixture's files) in a folder: no
 # output, no temporary file left behind.
@@ -313,5 +291,4 @@ status=$?
 rmdir tmp
 only_fixture_files . "a termination"
 
-[ $failures -eq 0 ] || { echo "$failures failure(s)" >&2; exit 1; }
-echo "vorlan tool: all checks passed"
+finish tool
