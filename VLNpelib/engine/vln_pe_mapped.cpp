@@ -38,7 +38,14 @@ struct MappedState {
     alignas(8) unsigned char null_cell[8] = {};  // the null value in the file's type
     std::vector<rlseg *> inner_runs;             // the inner virtual dataset's, per band
     std::vector<void *> source_lines;            // a resampled view's source line, per band
-    std::vector<unsigned char> mask;             // a warped line's valid cells
+    // A warped read's working memory, made at the open: positions and
+    // validity of the line's cells, the spans of the position search, and a
+    // cell of each band for each of four corners and the cell itself.
+    std::vector<double> xs, ys;
+    std::vector<unsigned char> mask;
+    std::vector<std::pair<int, int>> spans;
+    std::vector<void *> values, corners;
+    std::vector<unsigned char> corner_cells, own;
 };
 
 MappedState *state_of(Vds *h)
@@ -241,8 +248,10 @@ bool source_position(Vds *h, double x, double y, double *px, double *py)
  * within 0.05 of a cell of the straight line between the span's ends, the
  * span is filled along that line. The conversions are the costly part of a
  * rectified line, and a smooth warp needs only a handful. */
-bool line_positions(Vds *h, int line, bool fast, std::vector<double> &xs, std::vector<double> &ys)
+bool line_positions(Vds *h, int line, bool fast)
 {
+    MappedState *s = state_of(h);
+    std::vector<double> &xs = s->xs, &ys = s->ys;
     const int n = h->nr_cells;
     const double y = static_cast<double>(h->first_line) + line;
     auto at = [&](int i) {
@@ -254,7 +263,8 @@ bool line_positions(Vds *h, int line, bool fast, std::vector<double> &xs, std::v
         return true;
     }
     if (!at(0) || (n > 1 && !at(n - 1))) return false;
-    std::vector<std::pair<int, int>> spans = {{0, n - 1}};
+    std::vector<std::pair<int, int>> &spans = s->spans;
+    spans.assign(1, {0, n - 1});
     while (!spans.empty()) {
         auto [a, b] = spans.back();
         spans.pop_back();
@@ -298,14 +308,12 @@ int read_warped_line(Vds *h, void **targets, int line, int flags)
     const int width = src->info.r.nr_cells, height = src->info.r.nr_lines;
     const int n = h->nr_cells, nb = h->nr_bands;
     const size_t size = celltypesize(h->file_type);
-    std::vector<double> xs(static_cast<size_t>(n)), ys(static_cast<size_t>(n));
-    if (!line_positions(h, line, (flags & 4) != 0, xs, ys))
+    if (!line_positions(h, line, (flags & 4) != 0))
         return VLD_setup_error(VLD_ERR_GEODETIC_TRANSFORM);
-    s->mask.assign(static_cast<size_t>(n), 0);
-    std::vector<void *> values(static_cast<size_t>(nb));
-    std::vector<unsigned char> corner_cells(4 * static_cast<size_t>(nb) * 8);
-    std::vector<unsigned char> own(static_cast<size_t>(nb) * 8);
-    std::vector<void *> corners(4 * static_cast<size_t>(nb));
+    const std::vector<double> &xs = s->xs, &ys = s->ys;
+    std::fill(s->mask.begin(), s->mask.end(), 0);
+    std::vector<void *> &values = s->values, &corners = s->corners;
+    std::vector<unsigned char> &corner_cells = s->corner_cells, &own = s->own;
     for (int i = 0; i < n; i++) {
         const bool outside = !(xs[i] >= 0 && ys[i] >= 0 && xs[i] < width && ys[i] < height);
         if (outside) {
@@ -414,6 +422,15 @@ int vds_mmopen(Vds **handle, dshdr *dsh, int first_line, int nr_lines, int first
         h->file_type = opened->info.r.cell_type;
         win_first_line = 0, win_lines = opened->info.r.nr_lines;
         win_first_cell = 0, win_cells = opened->info.r.nr_cells;
+        const size_t cells = static_cast<size_t>(nr_cells), nb = static_cast<size_t>(nr_bands);
+        state->xs.assign(cells, 0.0);
+        state->ys.assign(cells, 0.0);
+        state->mask.assign(cells, 0);
+        state->spans.reserve(64);
+        state->values.assign(nb, nullptr);
+        state->corners.assign(4 * nb, nullptr);
+        state->corner_cells.assign(4 * nb * 8, 0);
+        state->own.assign(nb * 8, 0);
     } else if (view) {
         if (int status = setup_view_window(h)) {
             free_handle(h);
