@@ -75,6 +75,28 @@ bool is_skip_marker(double value)
     return bits == (uint64_t{0x41cdcd65} << 32);
 }
 
+/* The first row of the chosen table whose columns `first` to `last - 1`
+ * hold `values` within `tolerance(column, value)`; its key goes to `name`. */
+bool first_match(const std::vector<std::string> &columns, const std::vector<double> &values,
+                 int first, int last, double (*tolerance)(int column, double value), char *name)
+{
+    char key[64];
+    gdb_next_name_key(nullptr);
+    while (gdb_next_name_key(key) == 0) {
+        if (gdb_set_name_key(key) != 0) continue;
+        bool all = true;
+        for (int c = first; c < last && all; c++) {
+            const double within = tolerance(c, values[c]);
+            all = within == HUGE_VAL || field_matches(columns[c].c_str(), values[c], within);
+        }
+        if (all) {
+            if (name != nullptr) std::strcpy(name, key);
+            return true;
+        }
+    }
+    return false;
+}
+
 /* ---------------------------------------------------------------- lists */
 
 struct NameList {
@@ -221,18 +243,10 @@ int find_datum(char **message, char *name, int ignore, ...)
     // The first column isn't compared; the radius within a millimetre, the
     // rest within 1e-6; the last two count as matching when ignored.
     const int compared = ignore ? n - 2 : n;
-    char key[64];
-    gdb_next_name_key(nullptr);
-    while (gdb_next_name_key(key) == 0) {
-        if (gdb_set_name_key(key) != 0) continue;
-        bool all = true;
-        for (int c = 1; c < compared && all; c++)
-            all = field_matches(columns[c].c_str(), values[c], c == 1 ? 0.001 : 1e-6);
-        if (all) {
-            if (name != nullptr) std::strcpy(name, key);
-            return 0;
-        }
-    }
+    if (first_match(
+            columns, values, 1, compared, [](int c, double) { return c == 1 ? 0.001 : 1e-6; },
+            name))
+        return 0;
     if (message != nullptr)
         *message = no_match_text("datum_sp", "<DATUM_NAME>, 0", ignore ? 2 : 0,
                                  std::vector<double>(values.begin() + 1, values.end()),
@@ -269,18 +283,11 @@ int find_projection(char **message, char *name, const char *table, int ignore, .
     }
     va_end(args);
     const int compared = ignore ? std::max(n - 4, 0) : n;
-    char key[64];
-    gdb_next_name_key(nullptr);
-    while (gdb_next_name_key(key) == 0) {
-        if (gdb_set_name_key(key) != 0) continue;
-        bool all = true;
-        for (int c = 0; c < compared && all; c++)
-            all = is_skip_marker(values[c]) || field_matches(columns[c].c_str(), values[c], 1e-11);
-        if (all) {
-            if (name != nullptr) std::strcpy(name, key);
-            return 0;
-        }
-    }
+    // The marker leaves a column out, as an infinite tolerance would.
+    if (first_match(
+            columns, values, 0, compared,
+            [](int, double v) { return is_skip_marker(v) ? HUGE_VAL : 1e-11; }, name))
+        return 0;
     if (message != nullptr)
         *message =
             no_match_text(table, "<PROJECTION_NAME>", ignore ? 4 : 0, values, n - 1, integer);
